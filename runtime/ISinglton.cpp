@@ -1,0 +1,3 @@
+#include "runtime/ISinglton.h"
+
+ISinglton::~ISinglton() = default;

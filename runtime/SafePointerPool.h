@@ -1,0 +1,51 @@
+#pragma once
+
+#include "runtime/SafePointerNameManager.h"
+#include "runtime/SafePointerRecord.h"
+#include "runtime/WyMutex.h"
+
+#include <cstdint>
+#include <vector>
+
+/// The process-wide registry behind all safe pointers: a growing table of records and a bitmap of those in use.
+///
+/// Owns:    the records, which are reused and never returned to the heap. There are at most 20,096, so at most that
+///          many objects are held by safe pointers at once.
+/// Fails:   with `WyRuntimeError`, or std::bad_alloc while it grows; the pool is unchanged and usable then.
+/// Threads: any; every operation holds the pool's lock. Lock order: a record's lock, then the pool's. The pool takes no
+///          record's lock itself.
+class SafePointerPool {
+public:
+    /// @return the one pool, made on first use and deliberately never destroyed: safe pointers in static objects may
+    ///         let go at any time during exit.
+    static SafePointerPool* instance();
+
+    /// An empty pool of 128 records. The process's own is reached through `instance()`.
+    SafePointerPool();
+    ~SafePointerPool();
+    SafePointerPool(const SafePointerPool&) = delete;
+    SafePointerPool& operator=(const SafePointerPool&) = delete;
+
+    /// Takes a free record: its `address` becomes `address`, its `count` 1. The search starts in the bitmap word of the
+    /// record given back last, goes to the end, then from the start; in each word the lowest free slot is taken.
+    /// Deliberate: an address that is registered already is not looked for.
+    /// @param typeName accepted and ignored.
+    /// Throws `WyRuntimeError` "too much safe poniter" when all 20,096 records are taken.
+    SafePointerRecord* acquireRecord(void* address, const char* typeName);
+
+    /// Gives a record back: its `address` becomes null; its `count` is the caller's, who has brought it to 0.
+    /// @param typeName accepted and ignored.
+    /// Throws `WyRuntimeError` "double free poniter(0x%08x)", with the low 32 bits of the record's address, when the
+    /// record is not taken.
+    void releaseRecord(SafePointerRecord* record, const char* typeName);
+
+private:
+    uint64_t findFreeSlot() const noexcept;
+    void grow();
+
+    std::vector<SafePointerRecord*> records; ///< entry i is the record whose index is i
+    std::vector<uint32_t> usedBits;          ///< bit i is set exactly while record i is taken; a word per 32 records
+    SafePointerNameManager names;
+    WyMutex lock;  ///< guards all of this, and a record's address and count while it is taken or given back
+    uint64_t hint; ///< slot given back last
+};

@@ -1,0 +1,31 @@
+#pragma once
+
+#include "runtime/ISinglton.h"
+#include "runtime/WyMutex.h"
+
+#include <vector>
+
+/// Owns every singleton of the process and deletes them at exit, newest first.
+///
+/// It is made on first use, which also registers its clean-up for the exit of the process. The creation mutexes of the
+/// singletons were made at start, so they are destroyed after the clean-up.
+/// Fails:   only `add`, with std::bad_alloc.
+/// Threads: any. Lock order: a singleton's creation mutex, then this registry's.
+class SingletonRegistry {
+public:
+    static SingletonRegistry& instance();
+
+    /// Takes over `singleton`, to be deleted at exit. Null is accepted and skipped then. Throws std::bad_alloc, and has
+    /// not taken anything over then.
+    void add(ISinglton* singleton);
+
+    SingletonRegistry(const SingletonRegistry&) = delete;
+    SingletonRegistry& operator=(const SingletonRegistry&) = delete;
+
+private:
+    SingletonRegistry() noexcept;
+    ~SingletonRegistry();
+
+    WyMutex lock;
+    std::vector<ISinglton*> entries; ///< in order of creation; guarded by lock
+};

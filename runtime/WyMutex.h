@@ -1,0 +1,42 @@
+#pragma once
+
+#include <pthread.h>
+
+#include <atomic>
+#include <cstdint>
+
+/// A pthread mutex with default attributes (not recursive) that knows whether it has been initialised.
+///
+/// Owns:    the pthread mutex, until `destroy`. There is no destructor of its own: deliberately, every owner's
+///          destructor calls `destroy`, so that a mutex may outlive its users' order of destruction.
+/// Fails:   by result: 0, -1 or -2. Nothing is thrown or printed; the results of the pthread calls are not looked at
+///          (with default attributes they report only misuse).
+/// Threads: `lock` and `unlock` from any; `init` and `destroy` from one, while nobody else uses the mutex. Locking
+///          twice from one thread blocks for good.
+class WyMutex {
+public:
+    /// What `mark` holds while the mutex is initialised; anything else means that it is not.
+    static constexpr uint32_t InitialisedMark = 0x55aa55aa;
+
+    WyMutex() noexcept;
+    WyMutex(const WyMutex&) = delete;
+    WyMutex& operator=(const WyMutex&) = delete;
+
+    /// @return 0 when the mutex was initialised now, -1 when it already was (nothing changes).
+    int32_t init() noexcept;
+    /// @return 0 with the mutex held; -2 without locking when the mutex is not initialised; -2 too, deliberately with
+    ///         the mutex held, when the mark was lost while the call waited.
+    int32_t lock() noexcept;
+    /// @return 0 when the mutex was released, -2 when it is not initialised (nothing is released).
+    int32_t unlock() noexcept;
+    /// Destroys the pthread mutex of an initialised object. Deliberate: the mark stays, so that the object still counts
+    /// as initialised afterwards.
+    void destroy() noexcept;
+
+private:
+    bool isInitialised() const noexcept { return mark.load(std::memory_order_relaxed) == InitialisedMark; }
+
+    pthread_mutex_t mutex;
+    // Read before the mutex is held, so it is an atomic; relaxed, since it orders nothing: the mutex does.
+    std::atomic<uint32_t> mark;
+};
