@@ -1,0 +1,54 @@
+#include "xmlconfig/XmlConfigureNode.h"
+
+#include "xmlconfig/XmlVocabulary.h"
+
+#include <tinyxml.h>
+
+#include <memory>
+
+namespace {
+
+// Until a safe pointer has taken its record the new object is still ours to delete.
+template <class T, class... Arguments>
+SafePointer<T> MakeSafe(Arguments... arguments) {
+    auto created = std::make_unique<T>(arguments...);
+    SafePointer<T> pointer(created.get());
+    static_cast<void>(created.release());
+    return pointer;
+}
+
+} // namespace
+
+XmlConfigureNode::XmlConfigureNode(const TiXmlDocument* owner, const TiXmlElement* viewedElement,
+                                   uint32_t textCharset) noexcept
+    : element(viewedElement), document(owner), charset(textCharset) {}
+
+bool XmlConfigureNode::GetNode(const std::string& name, SafePointer<XmlConfigureNode>& out) const {
+    const TiXmlElement* child = element->FirstChildElement(NodeElementName);
+    for (; child != nullptr; child = child->NextSiblingElement()) {
+        const char* childName = child->Attribute(KeyAttributeName);
+        if (childName == nullptr) {
+            return false; // deliberate: see the header
+        }
+        if (name == childName) {
+            break;
+        }
+    }
+    if (child == nullptr) {
+        return false;
+    }
+    // The assignment is the last use of this object: `out` may hold it, and let it go.
+    out = MakeSafe<XmlConfigureNode>(document, child, charset);
+    return true;
+}
+
+bool XmlConfigureNode::GetItems(std::vector<SafePointer<XmlConfigureItem>>& out) const {
+    const TiXmlElement* child = element->FirstChildElement(ItemElementName);
+    if (child == nullptr) {
+        return false;
+    }
+    for (; child != nullptr; child = child->NextSiblingElement()) {
+        out.push_back(MakeSafe<XmlConfigureItem>(child, charset));
+    }
+    return true;
+}

@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstddef>
+
+/// Elements that may stand inside one another, the root counted as the first. TinyXML parses and deletes by recursion,
+/// a stack frame or more a level, and some 35,000 levels overflow a stack of 8 MiB; a configuration needs three.
+inline constexpr size_t MaxElementDepth = 5000;
+
+/// Zero bytes that must stand behind a text for TinyXML and for `NestsTooDeep`: both step over a UTF-8 sequence by the
+/// length that its first byte promises, and a text that ends inside one leads them up to three bytes past its
+/// terminator.
+inline constexpr size_t SpareBytes = 4;
+
+/// Tells, without recursion, whether TinyXML would find more than `MaxElementDepth` elements inside one another.
+///
+/// The answer is exact: true only when the parse of this text with this encoding would reach such a depth before it met
+/// an error. It costs one pass over the text; only when the limit seems to be passed, what stands before that place is
+/// parsed to make sure.
+/// @param encoding the TiXmlEncoding that the parse would be given.
+/// @param text with `SpareBytes` zero bytes behind it.
+/// Throws only std::bad_alloc. Any thread.
+bool NestsTooDeep(const char* text, int encoding);
