@@ -1,0 +1,33 @@
+#include "launcher/ListDirectory.h"
+
+#include <dirent.h>
+#include <fnmatch.h>
+
+#include <memory>
+
+namespace {
+
+struct DirectoryCloser {
+    // The result is of no use: the stream was only read, and it is gone whatever closedir returns.
+    void operator()(DIR* directory) const noexcept { static_cast<void>(closedir(directory)); }
+};
+
+} // namespace
+
+bool ListDirectory(const std::string& directory, std::vector<std::string>& names, const char* pattern) {
+    const std::unique_ptr<DIR, DirectoryCloser> stream(opendir(directory.c_str()));
+    if (stream == nullptr) {
+        return false;
+    }
+    // POSIX lets readdir share its buffer only among calls on one stream, and this stream is ours alone.
+    // NOLINTNEXTLINE(concurrency-mt-unsafe)
+    while (const dirent* entry = readdir(stream.get())) {
+        if (entry->d_name[0] == '.' || entry->d_type == DT_DIR) {
+            continue;
+        }
+        if (fnmatch(pattern, entry->d_name, FNM_PATHNAME | FNM_PERIOD) == 0) {
+            names.emplace_back(entry->d_name);
+        }
+    }
+    return true;
+}
