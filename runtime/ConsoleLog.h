@@ -18,7 +18,8 @@ public:
     /// A level of 1, 2 or 3 writes its ANSI colour sequence first (bold red, yellow, green). No reset follows: the
     /// colour stays until something else sets one. Deliberate: the formatted text is itself given to printf(3) as a
     /// format, so a percent sign that survives the first formatting ("%%" in `format`, "%" in an argument) is
-    /// interpreted again. Never pass text from outside whose percent signs could name an argument.
+    /// interpreted again. Never pass text from outside whose percent signs could name an argument; a "%n" ends a
+    /// hardened process.
     ///
     /// @param module the calling component's source-file name, compared with the module filter. Not null.
     /// @return 0 when the log is switched off or the level is above the maximum; the negative result of vsnprintf(3)

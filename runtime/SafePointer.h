@@ -15,8 +15,9 @@
 ///          Empty and spent pointers may be released and assigned to, not copied, assigned from or used.
 /// Fails:   with `WyRuntimeError`. Misuse is printed first ("SafePointer Report:", the platform's type-information name
 ///          of T, a blank, the message), except for the two "not valid pointer" errors and those of the pool. The
-///          destructor can throw too. The two "not valid pointer" errors deliberately leave the record's lock held:
-///          such a record describes another object or none, and nothing may go on with it.
+///          destructor can throw too. The two "not valid pointer" errors and the pool's "double free poniter" leave the
+///          record's lock held, deliberately: the books are wrong and nothing may go on with that record, whoever holds
+///          it by now.
 /// Threads: different pointers to one object may be copied and released from different threads. One pointer object must
 ///          not be written by two threads at once. Each copy and release costs one lock of the record, no allocation.
 template <class T>

@@ -10,13 +10,13 @@
 
 namespace {
 
-constexpr uint64_t BitsPerWord = 32;
+constexpr size_t BitsPerWord = 32;
 constexpr uint32_t FullWord = 0xFFFFFFFF;
-constexpr uint64_t GrowthRecords = 128;
-constexpr uint64_t GrowthWords = GrowthRecords / BitsPerWord;
+constexpr size_t GrowthRecords = 128;
+constexpr size_t GrowthWords = GrowthRecords / BitsPerWord;
 // Tested before a growth, so that the last growth leads from 19,968 to 20,096 records.
-constexpr uint64_t GrowthLimit = 20000;
-constexpr uint64_t NoSlot = UINT64_MAX;
+constexpr size_t GrowthLimit = 20000;
+constexpr size_t NoSlot = SIZE_MAX;
 
 } // namespace
 
@@ -39,7 +39,7 @@ SafePointerPool::~SafePointerPool() {
 
 SafePointerRecord* SafePointerPool::acquireRecord(void* address, const char* /*typeName*/) {
     const WyMutexGuard guard(lock);
-    uint64_t slot = findFreeSlot();
+    size_t slot = findFreeSlot();
     if (slot == NoSlot) {
         if (records.size() > GrowthLimit) {
             throw WyRuntimeError("too much safe poniter");
@@ -56,7 +56,7 @@ SafePointerRecord* SafePointerPool::acquireRecord(void* address, const char* /*t
 
 void SafePointerPool::releaseRecord(SafePointerRecord* record, const char* /*typeName*/) {
     const WyMutexGuard guard(lock);
-    const uint64_t slot = record->index;
+    const auto slot = static_cast<size_t>(record->index);
     uint32_t& word = usedBits[slot / BitsPerWord];
     const uint32_t bit = 1U << (slot % BitsPerWord);
     if ((word & bit) == 0) {
@@ -72,13 +72,13 @@ void SafePointerPool::releaseRecord(SafePointerRecord* record, const char* /*typ
 
 // Words from the hint's to the last, then those before the hint's. A full word costs one comparison, and the lowest
 // free bit of any other is its count of trailing ones.
-uint64_t SafePointerPool::findFreeSlot() const noexcept {
-    const uint64_t wordCount = usedBits.size();
-    const uint64_t start = hint / BitsPerWord;
-    for (uint64_t step = 0; step < wordCount; ++step) {
-        const uint64_t w = start + step < wordCount ? start + step : start + step - wordCount;
+size_t SafePointerPool::findFreeSlot() const noexcept {
+    const size_t wordCount = usedBits.size();
+    const size_t start = static_cast<size_t>(hint) / BitsPerWord;
+    for (size_t step = 0; step < wordCount; ++step) {
+        const size_t w = start + step < wordCount ? start + step : start + step - wordCount;
         if (usedBits[w] != FullWord) {
-            return w * BitsPerWord + static_cast<uint64_t>(__builtin_ctz(~usedBits[w]));
+            return w * BitsPerWord + static_cast<size_t>(__builtin_ctz(~usedBits[w]));
         }
     }
     return NoSlot;
@@ -86,10 +86,10 @@ uint64_t SafePointerPool::findFreeSlot() const noexcept {
 
 // Room for everything is made before anything is changed, so that a failed allocation leaves the pool as it was.
 void SafePointerPool::grow() {
-    const uint64_t oldSize = records.size();
+    const size_t oldSize = records.size();
     std::vector<std::unique_ptr<SafePointerRecord>> fresh;
     fresh.reserve(GrowthRecords);
-    for (uint64_t i = 0; i < GrowthRecords; ++i) {
+    for (size_t i = 0; i < GrowthRecords; ++i) {
         fresh.push_back(std::make_unique<SafePointerRecord>(oldSize + i));
     }
     records.reserve(oldSize + GrowthRecords);

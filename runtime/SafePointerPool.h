@@ -4,13 +4,14 @@
 #include "runtime/SafePointerRecord.h"
 #include "runtime/WyMutex.h"
 
+#include <cstddef>
 #include <cstdint>
 #include <vector>
 
 /// The process-wide registry behind all safe pointers: a growing table of records and a bitmap of those in use.
 ///
-/// Owns:    the records, which are reused and never returned to the heap. There are at most 20,096, so at most that
-///          many objects are held by safe pointers at once.
+/// Owns:    the records, which are reused and, while the pool lives, never returned to the heap. There are at most
+///          20,096, so at most that many objects are held by safe pointers at once.
 /// Fails:   with `WyRuntimeError`, or std::bad_alloc while it grows; the pool is unchanged and usable then.
 /// Threads: any; every operation holds the pool's lock. Lock order: a record's lock, then the pool's. The pool takes no
 ///          record's lock itself.
@@ -40,7 +41,7 @@ public:
     void releaseRecord(SafePointerRecord* record, const char* typeName);
 
 private:
-    uint64_t findFreeSlot() const noexcept;
+    size_t findFreeSlot() const noexcept;
     void grow();
 
     std::vector<SafePointerRecord*> records; ///< entry i is the record whose index is i

@@ -7,8 +7,9 @@
 /// What all safe pointers to one object share: the count, and the address that shows whether they still mean the
 /// object.
 ///
-/// Made by `SafePointerPool` only and never moved or destroyed, so a plain pointer to one stays valid while the process
-/// runs. A record is free (count 0, address null) or taken (address set, count at least 1).
+/// Made by `SafePointerPool` only, never moved, and destroyed only with a pool of one's own: a plain pointer to one of
+/// the process's pool stays valid while the process runs. A record is free (count 0, address null) or taken (address
+/// set, count at least 1).
 struct SafePointerRecord {
     explicit SafePointerRecord(uint64_t slot) noexcept : count(0), index(slot), address(nullptr) {}
 

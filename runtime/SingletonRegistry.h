@@ -8,7 +8,8 @@
 /// Owns every singleton of the process and deletes them at exit, newest first.
 ///
 /// It is made on first use, which also registers its clean-up for the exit of the process. The creation mutexes of the
-/// singletons were made at start, so they are destroyed after the clean-up.
+/// singletons are made before `main`, so for a registry that is first used in `main` they are destroyed after the
+/// clean-up.
 /// Fails:   only `add`, with std::bad_alloc.
 /// Threads: any. Lock order: a singleton's creation mutex, then this registry's.
 class SingletonRegistry {

@@ -14,7 +14,8 @@
 /// The spelling is the system's own. T needs a default constructor that `Singlton<T>` can reach.
 /// Fails:   with whatever T's constructor throws, or std::bad_alloc; nothing was made then and the next call tries
 ///          again.
-/// Threads: any. After exit-time clean-up has begun the pointer is not reset and must not be used.
+/// Threads: any. Once exit-time clean-up has begun the pointer dangles. Before `main`, in the constructor of a static
+///          object, the creation mutex may not be there yet and nothing is locked.
 template <class T>
 class Singlton : public ISinglton {
 public:
@@ -26,10 +27,11 @@ public:
         const WyMutexGuard guard(creationMutex);
         T* existing = instancePointer.load(std::memory_order_relaxed);
         if (existing == nullptr) {
-            std::unique_ptr<T> created(new T);
+            existing = new T;
+            std::unique_ptr<ISinglton> owner(existing);
             // The registry first: if it cannot grow, nobody has seen the object yet and it can still be deleted.
-            SingletonRegistry::instance().add(created.get());
-            existing = created.release();
+            SingletonRegistry::instance().add(existing);
+            static_cast<void>(owner.release());
             instancePointer.store(existing, std::memory_order_release);
         }
         return existing;

@@ -8,9 +8,8 @@
 /// A pthread mutex with default attributes (not recursive) that knows whether it has been initialised.
 ///
 /// Owns:    the pthread mutex, until `destroy`. There is no destructor of its own: deliberately, every owner's
-///          destructor calls `destroy`, so that a mutex may outlive its users' order of destruction.
-/// Fails:   by result: 0, -1 or -2. Nothing is thrown or printed; the results of the pthread calls are not looked at
-///          (with default attributes they report only misuse).
+///          destructor calls `destroy`, and what has no such owner is never destroyed.
+/// Fails:   by result: 0, -1 or -2. Nothing is thrown or printed; the results of the pthread calls are not looked at.
 /// Threads: `lock` and `unlock` from any; `init` and `destroy` from one, while nobody else uses the mutex. Locking
 ///          twice from one thread blocks for good.
 class WyMutex {
