@@ -35,7 +35,7 @@ public:
     /// declaration or with a byte-order mark too, unless an earlier text of this object declared UTF-8. It is converted
     /// when `charset` is another than that (always for a charset besides 0 and 1), and cut where it does not convert.
     /// In `Create` mode a second Load appends to what the first one left.
-    /// @param charset code of `CharSetType`. With 3 (UTF-16) a Load of text in ASCII fails.
+    /// @param charset code of `CharSetType`. With 3 (UTF-16) every Load fails: the text ends at its first zero byte.
     /// @param mode an `XmlOpenMode`.
     /// @return false when the file cannot be read whole, when the text does not parse, or when its root is not an
     ///         element "Configure" with a "name". What an earlier Load set for `Save` stays then, but the document is

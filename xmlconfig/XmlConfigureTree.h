@@ -30,9 +30,9 @@ public:
     /// @return whether it parsed; `charset` is stored only then.
     bool ParseText(const std::string& text, uint32_t charset);
 
-    /// @return whether the last `ParseText` that met a declaration found UTF-8: an encoding of "UTF-8" or "UTF8" in any
-    ///         letter case, or an empty or missing one. False before; a text without a declaration, or with a
-    ///         byte-order mark in front, changes nothing.
+    /// @return whether the last `ParseText` that met a declaration on the top level found UTF-8: an encoding of "UTF-8"
+    ///         or "UTF8" in any letter case, or an empty or missing one. False before; a text without a declaration, or
+    ///         with a byte-order mark in front, changes nothing.
     bool IsUtf8() const noexcept;
 
     /// Parses a text as UTF-8 when `charset` is 1 and bytewise for every other charset, and checks its root.
