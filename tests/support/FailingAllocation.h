@@ -1,0 +1,22 @@
+#pragma once
+
+#include <cstddef>
+
+/// Makes one call of operator new, counted from now in this process, throw std::bad_alloc.
+///
+///     size_t n = 0;
+///     for (;; ++n) {
+///         FailingAllocation failing(n);
+///         try { operation(); break; } catch (const std::bad_alloc&) { ... what must hold then ... }
+///     }
+class FailingAllocation {
+public:
+    /// @param after how many calls succeed first.
+    explicit FailingAllocation(size_t after);
+    ~FailingAllocation();
+    FailingAllocation(const FailingAllocation&) = delete;
+    FailingAllocation& operator=(const FailingAllocation&) = delete;
+
+    /// @return whether the failure has happened.
+    static bool happened();
+};
