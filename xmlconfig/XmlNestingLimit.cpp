@@ -10,7 +10,7 @@
 namespace {
 
 // Walks over a text as TinyXML's parser does, token by token, and counts the open elements. It need not see every error
-// that stops the parser (a wrong end tag, a doubled attribute, a bad entity), but up to the parser's first error both
+// that stops the parser (a wrong end tag, a doubled attribute), but up to the parser's first error both
 // stand at the same tokens: so the parser never goes deeper than the walk. All pointers may stand up to three bytes
 // behind the terminator, on the spare zero bytes; a null pointer means that the walk is over.
 class NestingWalk {
@@ -24,7 +24,7 @@ public:
 
     // Returns the start of the first element beyond `limit`, or null when there is none.
     const char* findBeyond(size_t limit) {
-        while ((next = skipWhiteSpace(next)) != nullptr && *next != '\0') {
+        for (next = skipWhiteSpace(next); *next != '\0'; next = skipWhiteSpace(next)) {
             if (*next != '<') {
                 // Text between elements; on the top level it ends the parse.
                 next = depth == 0 ? nullptr : skipText(next);
@@ -40,7 +40,7 @@ public:
                 next = skipOther(next);
             }
             if (next == nullptr) {
-                break;
+                return nullptr;
             }
         }
         return nullptr;
@@ -95,10 +95,30 @@ private:
         return p + (byte < 0xF0 ? 3 : 4);
     }
 
-    // A reference is walked over like any text: one that the parser accepts holds neither of the characters looked for.
+    // A numeric reference reaches to the next ";", wherever that is. The parser checks its digits backwards from there
+    // to the nearest "x" or "#" and steps over all that stands before those unseen, a quote or a "<" too. Null where
+    // the parser gives up. (A named reference holds neither of the characters looked for, so it is walked over like
+    // any text.)
+    static const char* skipNumericReference(const char* p) {
+        const bool isHex = p[2] == 'x';
+        const char* end = std::strchr(p + (isHex ? 3 : 2), ';');
+        if (end == nullptr) {
+            return nullptr;
+        }
+        for (const char* q = end - 1; *q != (isHex ? 'x' : '#'); --q) {
+            const auto digit = static_cast<unsigned char>(*q);
+            if ((isHex ? std::isxdigit(digit) : std::isdigit(digit)) == 0) {
+                return nullptr;
+            }
+        }
+        return end + 1;
+    }
+
+    // Stops at `end` or at the end of the text.
     const char* skipUntil(const char* p, char end) const {
-        while (*p != '\0' && *p != end) {
-            p = skipCharacter(p);
+        while (p != nullptr && *p != '\0' && *p != end) {
+            const bool isNumericReference = *p == '&' && p[1] == '#' && p[2] != '\0';
+            p = isNumericReference ? skipNumericReference(p) : skipCharacter(p);
         }
         return p;
     }
@@ -127,7 +147,7 @@ private:
         p = skipWhiteSpace(p + 1);
         if (*p == '"' || *p == '\'') {
             const char* end = skipUntil(p + 1, *p);
-            return *end == '\0' ? nullptr : end + 1;
+            return end == nullptr || *end == '\0' ? nullptr : end + 1;
         }
         // A value without quotes ends at white space or at the end of the tag.
         while (*p != '\0' && !isWhiteSpace(*p) && *p != '/' && *p != '>') {

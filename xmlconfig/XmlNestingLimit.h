@@ -2,8 +2,10 @@
 
 #include <cstddef>
 
-/// Elements that may stand inside one another, the root counted as the first. TinyXML parses and deletes by recursion,
-/// a stack frame or more a level, and some 35,000 levels overflow a stack of 8 MiB; a configuration needs three.
+/// Elements that may stand inside one another, the root counted as the first; a configuration needs three. TinyXML
+/// parses and deletes by recursion, a stack frame or more a level: some 35,000 levels overflow a stack of 8 MiB, and
+/// 5,000 need between one and two MiB. It also walks up to the root for each node, so that time grows with nodes times
+/// depth.
 inline constexpr size_t MaxElementDepth = 5000;
 
 /// Zero bytes that must stand behind a text for TinyXML and for `NestsTooDeep`: both step over a UTF-8 sequence by the
@@ -16,7 +18,7 @@ inline constexpr size_t SpareBytes = 4;
 /// The answer is exact: true only when the parse of this text with this encoding would reach such a depth before it met
 /// an error. It costs one pass over the text; only when the limit seems to be passed, what stands before that place is
 /// parsed to make sure.
-/// @param encoding the TiXmlEncoding that the parse would be given.
 /// @param text with `SpareBytes` zero bytes behind it.
+/// @param encoding the TiXmlEncoding that the parse would be given.
 /// Throws only std::bad_alloc. Any thread.
 bool NestsTooDeep(const char* text, int encoding);

@@ -1,0 +1,397 @@
+#include "xmlconfig/XmlNestingLimit.h"
+
+#include "tests/xmlconfig/ShallowNestingLimit.h"
+
+#include <gtest/gtest.h>
+
+#include <tinyxml.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdio>
+#include <ctime>
+#include <random>
+#include <string>
+#include <vector>
+
+namespace {
+
+constexpr std::array<TiXmlEncoding, 3> Encodings = {TIXML_ENCODING_UNKNOWN, TIXML_ENCODING_UTF8, TIXML_ENCODING_LEGACY};
+
+std::string Repeat(const std::string& text, size_t count) {
+    std::string all;
+    all.reserve(text.size() * count);
+    for (size_t i = 0; i < count; ++i) {
+        all += text;
+    }
+    return all;
+}
+
+std::string Nested(size_t depth) {
+    return Repeat("<a>", depth) + Repeat("</a>", depth);
+}
+
+std::string WithSpareBytes(std::string text) {
+    return text.append(SpareBytes, '\0');
+}
+
+bool Refused(const std::string& text, TiXmlEncoding encoding) {
+    return NestsTooDeep(WithSpareBytes(text).c_str(), encoding);
+}
+
+// The same with the small limit, where an answer of yes costs microseconds.
+bool RefusedWhenShallow(const std::string& text, TiXmlEncoding encoding) {
+    return NestsDeeperThanShallow(WithSpareBytes(text).c_str(), encoding);
+}
+
+size_t DepthOf(const TiXmlDocument& document) {
+    size_t deepest = 0;
+    size_t depth = 0;
+    const TiXmlNode* node = document.FirstChild();
+    while (node != nullptr) {
+        if (node->ToElement() != nullptr) {
+            deepest = std::max(deepest, ++depth);
+            if (node->FirstChild() != nullptr) {
+                node = node->FirstChild();
+                continue;
+            }
+            --depth;
+        }
+        while (node != nullptr && node->NextSibling() == nullptr) {
+            node = node->Parent();
+            if (node != nullptr && node->ToElement() == nullptr) {
+                return deepest; // the document
+            }
+            --depth;
+        }
+        node = node == nullptr ? nullptr : node->NextSibling();
+    }
+    return deepest;
+}
+
+// How deep the parser really went, before it met an error or the end.
+size_t ParserDepth(const std::string& text, TiXmlEncoding encoding) {
+    TiXmlDocument document;
+    document.SetTabSize(0);
+    document.Parse(WithSpareBytes(text).c_str(), nullptr, encoding);
+    return DepthOf(document);
+}
+
+std::string Printable(const std::string& text) {
+    std::string all;
+    for (const char c : text) {
+        if (c >= ' ' && c <= '~') {
+            all += c;
+        } else {
+            std::array<char, 8> hex{};
+            static_cast<void>(std::snprintf(hex.data(), hex.size(), "\\x%02X", static_cast<unsigned char>(c)));
+            all += hex.data();
+        }
+    }
+    return all;
+}
+
+std::vector<std::string> Split(const std::string& text) {
+    std::vector<std::string> parts(1);
+    for (const char c : text) {
+        if (c == '|') {
+            parts.emplace_back();
+        } else {
+            parts.back() += c;
+        }
+    }
+    return parts;
+}
+
+// Texts of XML that mostly nest, with fragments thrown in that open, close or break something.
+class Soup {
+public:
+    explicit Soup(unsigned seed) : random(seed) {}
+
+    std::string make(size_t prefix) {
+        std::string text;
+        const unsigned noise = pick(4) * 6; // fragments in a hundred tokens: none in every fourth text
+        for (size_t i = pick(4); i > 0; --i) {
+            text += pick(100) < 2 * noise ? fragment() : prolog();
+        }
+        std::vector<std::string> open(prefix, "a");
+        text += Repeat("<a>", prefix);
+        for (size_t i = pick(40); i > 0; --i) {
+            const unsigned choice = pick(100);
+            if (choice < noise) {
+                text += fragment();
+            } else if (choice < 60) {
+                static const std::vector<std::string> names = {"a", "b", "_c", "d:e-f.1", "\xE5\x8D\x8F"};
+                static const std::vector<std::string> attributes = {"",      " x='>'",         " x=\"<a>\" y=1", "\n",
+                                                                    " x=''", " \xC3\xA4='\t'", " x=&lt;"};
+                open.push_back(names[pick(names.size())]);
+                text += "<" + open.back() + attributes[pick(attributes.size())] + ">";
+            } else if (choice < 80 && !open.empty()) {
+                text += "</" + open.back() + ">";
+                open.pop_back();
+            } else {
+                text += prolog();
+            }
+        }
+        return text;
+    }
+
+private:
+    unsigned pick(size_t count) { return static_cast<unsigned>(random() % count); }
+
+    const std::string& prolog() {
+        static const std::vector<std::string> all = {
+            "<?xml version=\"1.0\" encoding=\"utf-8\"?>",
+            "<?xml version='1.0' encoding='gb2312'?>",
+            "<?xml version='1.0' encoding='UTF-8859'?>",
+            "<?xml version='1.0'?>",
+            "<?XML encoding=utf8?>",
+            "<!-- <a><a> -->",
+            "<!DOCTYPE a>",
+            "<?pi <b ?>",
+            "<a/>",
+            "<b x='<a>'/>",
+            "\n ",
+        };
+        return all[pick(all.size())];
+    }
+
+    const std::string& fragment() {
+        static const std::vector<std::string> all =
+            Split("<a>|<b>|</a>|</b>|</|<a x=\"|<a x='|\"|'|>|/>|<|<!--|-->|--|<![CDATA[|]]>|<?xml|?>|<!|"
+                  "<?|=| x=1| y='<a>'|<a x=1/>|<a x=1\">|<a x=1 x=2>|<a x>|<a/ >|< a>|<-a>|text|&|&lt;|"
+                  "&amp;|&#65;|&#x41;|&#xZZ;|&#x|&#|x41;|#65;|;|&#;|&#x;|\xEF\xBB\xBF|\xEF\xBF\xBE|"
+                  "\xEF\xBF\xBF|<\xEF\xBB\xBF\x61>|\xC3|\xE5|\xF0|\xF5|\xC1|\x80|\x7F|\xE5\x8D\x8F|"
+                  "<\xE5\x8D>|<a \xF0>|\t|</a >|</a\n>|</ab>|<a:b.c-d/>|<_>|<1>|<\x7F>|<a\xF0 x='1'>|\v|"
+                  "<a x='\xE5'>|<?xml encoding='|<?xml encoding='utf-8'|<![CDATA[<a>]]>");
+        return all[pick(all.size())];
+    }
+
+    std::mt19937 random;
+};
+
+struct Decoy {
+    const char* name;
+    std::string text;
+};
+
+// Each holds 6,000 times what looks like an element's start and is none, or none that the parser ever reaches.
+std::vector<Decoy> Decoys() {
+    const std::string many = Repeat("<a>", 6000);
+    return {
+        {"a comment before the root", "<!-- " + many + " --><r/>"},
+        {"a comment inside the root", "<r><!-- " + many + " --></r>"},
+        {"a comment that never ends", "<r><!-- " + many},
+        {"a comment that starts like one that ends", "<r><!-->" + many + "--></r>"},
+        {"a CDATA section", "<r><![CDATA[" + many + "]]></r>"},
+        {"a CDATA section that never ends", "<r><![CDATA[" + many},
+        {"a CDATA section on the top level", "<![CDATA[" + many + "]]><r/>"},
+        {"a declaration's value", "<?xml version='" + many + "' encoding=\"" + many + "\"?><r/>"},
+        {"a declaration inside the root", "<r><?xml standalone='" + many + "'?></r>"},
+        {"a declaration's value that never ends", "<?xml version='" + many},
+        {"an unknown node with an exclamation mark", "<!DOCTYPE " + Repeat("<a", 6000) + "><r/>"},
+        {"an unknown node with a question mark", "<r><?go " + Repeat("<a", 6000) + "?></r>"},
+        {"an unknown node that never ends", "<r><!" + Repeat("<a", 6000)},
+        {"many unknown nodes", "<r>" + Repeat("<!a>", 6000) + Repeat("<?a>", 6000) + Repeat("<1>", 6000) + "</r>"},
+        {"end tags on the top level", Repeat("</a>", 6000)},
+        {"a value in double quotes", "<r x=\"" + many + "\"/>"},
+        {"a value in single quotes", "<r x='" + many + "'/>"},
+        {"a value with the other quotes in it", "<r x='\"' y=\"'" + many + "\"/>"},
+        {"a value that never ends", "<r x='" + many},
+        {"empty siblings", "<r>" + Repeat("<a/>", 6000) + "</r>"},
+        {"empty siblings with attributes", "<r>" + Repeat("<a x='>' y=1/>", 6000) + "</r>"},
+        {"siblings with an end tag", "<r>" + Repeat("<a></a>", 6000) + "</r>"},
+        {"siblings with text and an end tag in two lines", "<r>" + Repeat("<a>text</a\n>", 6000) + "</r>"},
+        {"siblings on the top level", Repeat("<a></a>", 6000)},
+        {"behind a text on the top level", "text" + many},
+        {"behind a text between the roots", "<r/>text" + many},
+        {"behind a wrong end tag", "<r></s>" + many},
+        {"behind an end tag with more than the name", "<r></rs>" + many},
+        {"behind an end tag with an attribute", "<r></r x='1'>" + many},
+        {"behind a doubled attribute", "<r x='1' x='2'>" + many},
+        {"behind an attribute without a value", "<r x>" + many},
+        {"behind an attribute without a name", "<r ='1'>" + many},
+        {"behind a value with a quote at its end", "<r x=1'>" + many},
+        {"behind a slash that does not end a tag", "<r/ >" + many},
+        {"behind a bad hexadecimal reference", "<r>&#xZZ;" + many},
+        {"behind a bad decimal reference", "<r>&#Z;" + many},
+        {"behind a reference without an end", "<r>&#65" + many},
+        {"behind a hexadecimal reference without an end", "<r>&#x41" + many},
+        {"behind a bad reference in a value", "<r x='&#xZZ;'>" + many},
+        {"behind a declaration that stops", "<?xml version ?>" + many},
+        {"behind a declaration that never ends", "<?xml " + Repeat("<a ", 6000)},
+        {"inside a reference that ends far away", "<r>&#x" + many + "x41;</r>"},
+        {"inside a decimal reference that ends far away", "<r>&#" + many + "#65;</r>"},
+        {"inside a reference in a value", "<r x='&#x'>" + many + "x41;'/>"},
+        {"inside a name", "<r" + Repeat("a:b", 6000) + "/>"},
+    };
+}
+
+struct EncodingDecoy {
+    const char* name;
+    std::string text;
+    bool asUnknown;
+    bool asUtf8;
+    bool asLegacy;
+};
+
+} // namespace
+
+TEST(XmlNestingLimitTest, FiveThousandElementsInsideOneAnotherAreAccepted) {
+    for (const TiXmlEncoding encoding : Encodings) {
+        EXPECT_FALSE(Refused(Nested(5000), encoding)) << encoding;
+    }
+    EXPECT_EQ(ParserDepth(Nested(5000), TIXML_ENCODING_UTF8), 5000U);
+}
+
+TEST(XmlNestingLimitTest, FiveThousandAndOneElementsInsideOneAnotherAreRefused) {
+    for (const TiXmlEncoding encoding : Encodings) {
+        EXPECT_TRUE(Refused(Nested(5001), encoding)) << encoding;
+    }
+    EXPECT_EQ(ParserDepth(Nested(5001), TIXML_ENCODING_UTF8), 5001U);
+}
+
+TEST(XmlNestingLimitTest, AnEmptyElementCountsLikeAnOpenOne) {
+    EXPECT_FALSE(Refused(Repeat("<a>", 4999) + "<b/>", TIXML_ENCODING_UTF8));
+    EXPECT_TRUE(Refused(Repeat("<a>", 5000) + "<b/>", TIXML_ENCODING_UTF8));
+}
+
+// A parse of such a text would overflow the stack, or take hours.
+TEST(XmlNestingLimitTest, AMillionElementsInsideOneAnotherAreRefusedAtOnce) {
+    const std::string text = WithSpareBytes(Nested(1000000));
+    const std::clock_t start = std::clock();
+
+    for (const TiXmlEncoding encoding : Encodings) {
+        EXPECT_TRUE(NestsTooDeep(text.c_str(), encoding)) << encoding;
+    }
+
+    EXPECT_LT(std::clock() - start, 10 * CLOCKS_PER_SEC);
+}
+
+TEST(XmlNestingLimitTest, AnEmptyTextIsAccepted) {
+    for (const TiXmlEncoding encoding : Encodings) {
+        for (const char* text : {"", " ", "\n\t", "<", "\xEF\xBB\xBF", "\xF0"}) {
+            EXPECT_FALSE(Refused(text, encoding)) << Printable(text);
+        }
+    }
+}
+
+TEST(XmlNestingLimitTest, WhatOnlyLooksLikeElementsIsAccepted) {
+    for (const Decoy& decoy : Decoys()) {
+        for (const TiXmlEncoding encoding : Encodings) {
+            EXPECT_FALSE(Refused(decoy.text, encoding)) << decoy.name << ", encoding " << encoding;
+            EXPECT_LE(ParserDepth(decoy.text, encoding), MaxElementDepth) << decoy.name << " is no decoy";
+        }
+    }
+}
+
+TEST(XmlNestingLimitTest, DepthIsSeenBehindWhatOnlyLooksLikeAnEndOfIt) {
+    const std::string deep = Repeat("<a>", ShallowDepth + 1);
+    const std::vector<Decoy> cases = {
+        {"a comment", "<!-- -- > --><r><!--></r>-->" + deep},
+        {"a CDATA section", "<r><![CDATA[</r><!--]]>" + deep},
+        {"a declaration", "<?xml version='<!--'?><r><?xml version=\"'\"?>" + deep},
+        {"unknown nodes", "<!DOCTYPE '><?go \"><r></r ><r>" + deep},
+        {"values", "<r x='/>' y=\"</r>\" z=a&amp;b>" + deep},
+        {"text with references", "<r>&lt;/r&gt; &#65; &#x41; & &unknown;" + deep},
+        {"closed siblings", "<r>" + Repeat("<b></b>", 6000) + deep},
+        {"a closed root", "<r></r>" + deep},
+        {"white space", " \n\t<r> \r\n" + deep},
+    };
+    for (const Decoy& c : cases) {
+        for (const TiXmlEncoding encoding : Encodings) {
+            EXPECT_TRUE(RefusedWhenShallow(c.text, encoding)) << c.name << ", encoding " << encoding;
+        }
+    }
+}
+
+// The parser looks for the ";" of a numeric reference as far as the text goes, and reads its digits back from there to
+// the nearest "x" or "#": quotes, tags and comments between are part of the reference.
+TEST(XmlNestingLimitTest, DepthIsSeenBehindAReferenceThatSwallowsMarkup) {
+    const std::string deep = Repeat("<a>", MaxElementDepth + 1);
+    const std::vector<Decoy> cases = {
+        {"a quote, hexadecimal", "<r x=\"&#x\" 'x41;\">" + deep},
+        {"a quote, decimal", "<r x=\"&#\" '#65;\">" + deep},
+        {"the start of a comment", "<r>&#x<!-- x41;" + deep},
+        {"a wrong end tag", "<r>&#x</s>x41;" + deep},
+        {"as many elements as the limit", "<r>&#x" + deep + "x41;" + deep},
+    };
+    for (const Decoy& c : cases) {
+        EXPECT_TRUE(Refused(c.text, TIXML_ENCODING_UTF8)) << c.name;
+    }
+}
+
+TEST(XmlNestingLimitTest, TheEncodingDecidesWhatAByteSwallows) {
+    const std::string deep = Repeat("<a>", 2 * ShallowDepth);
+    const std::string quoted = "<r x=\"\xE5\">" + deep + "\"/>";
+    const std::string tag = "<r>\xF0<!--" + deep;
+    const std::vector<EncodingDecoy> cases = {
+        {"a quote", quoted, true, false, true},
+        {"a quote behind two bytes", "<r x=\"\xC3\">" + deep + "\"/>", true, false, true},
+        {"the start of a comment", tag, false, true, false},
+        {"a quote, declared UTF-8", "<?xml encoding='utf-8'?>" + quoted, false, false, true},
+        {"a quote, declared UTF8", "<?xml encoding='UTF8'?>" + quoted, false, false, true},
+        {"a quote, declared without an encoding", "<?xml version='1.0'?>" + quoted, false, false, true},
+        {"a quote, declared GB2312", "<?xml encoding='gb2312'?>" + quoted, true, false, true},
+        {"a quote, declared with the beginning of UTF-8", "<?xml encoding='UTF-8859'?>" + quoted, false, false, true},
+        {"a quote, declared twice", "<?xml encoding='gb2312'?><?xml encoding='utf-8'?>" + quoted, true, false, true},
+        {"a quote, declared inside an element", "<s><?xml encoding='utf-8'?></s>" + quoted, true, false, true},
+        {"a quote, declared behind an element", "<s/><?xml encoding='utf-8'?>" + quoted, false, false, true},
+        {"a quote, with a byte-order mark", "\xEF\xBB\xBF" + quoted, false, false, false},
+        {"the start of a comment, with a byte-order mark", "\xEF\xBB\xBF" + tag, true, true, false},
+        {"a byte-order mark for white space", "<r>\xEF\xBB\xBF\xEF\xBF\xBE\xEF\xBF\xBF" + deep, true, true, true},
+        {"a name of byte 127, which counts as a letter", Repeat("<\x7F>", 2 * ShallowDepth), true, true, true},
+        {"a byte-order mark in front of a name", Repeat("<\xEF\xBB\xBF\x61>", 2 * ShallowDepth), true, true, true},
+    };
+    for (const EncodingDecoy& c : cases) {
+        EXPECT_EQ(RefusedWhenShallow(c.text, TIXML_ENCODING_UNKNOWN), c.asUnknown) << c.name << ", unknown";
+        EXPECT_EQ(RefusedWhenShallow(c.text, TIXML_ENCODING_UTF8), c.asUtf8) << c.name << ", UTF-8";
+        EXPECT_EQ(RefusedWhenShallow(c.text, TIXML_ENCODING_LEGACY), c.asLegacy) << c.name << ", legacy";
+    }
+}
+
+// At the real limit: the first declaration switches the parse to UTF-8, where E5 takes the quote along.
+TEST(XmlNestingLimitTest, WhatAByteSwallowsBehindTheFirstDeclarationIsAccepted) {
+    const std::string value = "<r x=\"\xE5\">" + Repeat("<a>", 6000) + "\"/>";
+
+    EXPECT_FALSE(Refused("<?xml encoding='utf-8'?>" + value, TIXML_ENCODING_UNKNOWN));
+    EXPECT_TRUE(Refused("<?xml encoding='gb2312'?>" + value, TIXML_ENCODING_UNKNOWN));
+}
+
+TEST(XmlNestingLimitTest, TheAnswerIsThatOfTheParserForThousandsOfTexts) {
+    Soup soup(20240229);
+    size_t refused = 0;
+    size_t accepted = 0;
+    for (size_t i = 0; i < 20000; ++i) {
+        const std::string text = soup.make(i % (ShallowDepth + 3));
+        for (const TiXmlEncoding encoding : Encodings) {
+            const bool expected = ParserDepth(text, encoding) > ShallowDepth;
+
+            const bool answer = RefusedWhenShallow(text, encoding);
+
+            ASSERT_EQ(answer, expected) << "text " << i << ", encoding " << encoding << ": " << Printable(text);
+            ++(answer ? refused : accepted);
+        }
+    }
+    EXPECT_GT(refused, 10000U) << "the texts are too shallow to tell anything";
+    EXPECT_GT(accepted, 10000U) << "the texts are too deep to tell anything";
+}
+
+TEST(XmlNestingLimitTest, TheAnswerIsThatOfTheParserAtTheRealLimitToo) {
+    Soup soup(7);
+    size_t refused = 0;
+    constexpr size_t Texts = 6;
+    for (size_t i = 0; i < Texts; ++i) {
+        const std::string text = soup.make(MaxElementDepth - 6);
+        const TiXmlEncoding encoding = Encodings[i % Encodings.size()];
+        const bool expected = ParserDepth(text, encoding) > MaxElementDepth;
+
+        const bool answer = Refused(text, encoding);
+
+        EXPECT_EQ(answer, expected) << "text " << i << ", encoding " << encoding;
+        refused += answer ? 1 : 0;
+    }
+    EXPECT_GT(refused, 0U);
+    EXPECT_LT(refused, Texts);
+}
