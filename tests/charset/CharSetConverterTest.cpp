@@ -1,6 +1,7 @@
 #include "charset/CharSetConverter.h"
 
 #include "runtime/LogSettings.h"
+#include "tests/charset/ConversionWatch.h"
 #include "tests/support/FailingAllocation.h"
 
 #include <gtest/gtest.h>
@@ -25,45 +26,7 @@ static_assert(CharSetGb2312 == 0 && CharSetUtf8 == 1 && CharSetGbk == 2 && CharS
 
 namespace {
 
-// What the product asks of GNU libiconv while one of these lives; the linker leads its calls here.
-struct LibiconvWatch {
-    struct Open {
-        std::string to;
-        std::string from;
-        void* descriptor;
-    };
-
-    struct Conversion {
-        void* descriptor;
-        bool hasInput;
-        size_t inLeft;
-        size_t outLeft;
-        size_t outLeftAfter;
-        size_t result;
-    };
-
-    enum Opens { Succeed, Fail };
-
-    explicit LibiconvWatch(Opens wanted = Succeed) : refuses(wanted == Fail) {
-        // Room from the start: a recorded call then allocates nothing.
-        opens.reserve(64);
-        conversions.reserve(64);
-        closes.reserve(64);
-        active = this;
-    }
-
-    ~LibiconvWatch() { active = nullptr; }
-
-    LibiconvWatch(const LibiconvWatch&) = delete;
-    LibiconvWatch& operator=(const LibiconvWatch&) = delete;
-
-    static inline LibiconvWatch* active = nullptr;
-
-    const bool refuses;
-    std::vector<Open> opens;
-    std::vector<Conversion> conversions;
-    std::vector<void*> closes;
-};
+using LibiconvWatch = ConversionWatch<struct GnuLibiconv>;
 
 } // namespace
 

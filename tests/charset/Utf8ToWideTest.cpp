@@ -1,5 +1,6 @@
 #include "charset/CharSetConverter.h"
 
+#include "tests/charset/ConversionWatch.h"
 #include "tests/support/FailingAllocation.h"
 #include "tests/support/RepeatedPages.h"
 
@@ -19,42 +20,7 @@ static_assert(sizeof(wchar_t) == 4, "the sizes below count four bytes a characte
 
 namespace {
 
-// What the product asks of the C library's iconv while one of these lives; the linker leads its calls here.
-struct IconvWatch {
-    struct Open {
-        std::string to;
-        std::string from;
-        void* descriptor;
-    };
-
-    struct Conversion {
-        void* descriptor;
-        size_t inLeft;
-        size_t outLeft;
-    };
-
-    enum Opens { Succeed, Fail };
-
-    explicit IconvWatch(Opens wanted = Succeed) : refuses(wanted == Fail) {
-        // Room from the start: a recorded call then allocates nothing.
-        opens.reserve(64);
-        conversions.reserve(64);
-        closes.reserve(64);
-        active = this;
-    }
-
-    ~IconvWatch() { active = nullptr; }
-
-    IconvWatch(const IconvWatch&) = delete;
-    IconvWatch& operator=(const IconvWatch&) = delete;
-
-    static inline IconvWatch* active = nullptr;
-
-    const bool refuses;
-    std::vector<Open> opens;
-    std::vector<Conversion> conversions;
-    std::vector<void*> closes;
-};
+using IconvWatch = ConversionWatch<struct CLibrary>;
 
 } // namespace
 
@@ -78,13 +44,18 @@ void* __wrap_iconv_open(const char* to, const char* from) {
 }
 
 size_t __wrap_iconv(void* descriptor, char** in, size_t* inLeft, char** out, size_t* outLeft) {
-    if (IconvWatch::active != nullptr) {
-        IconvWatch::active->conversions.push_back({descriptor, *inLeft, *outLeft});
-        if (IconvWatch::active->refuses) {
-            return 0; // the real one would crash on a failed descriptor
-        }
+    IconvWatch* const watch = IconvWatch::active;
+    if (watch == nullptr) {
+        return __real_iconv(descriptor, in, inLeft, out, outLeft);
     }
-    return __real_iconv(descriptor, in, inLeft, out, outLeft);
+    IconvWatch::Conversion call = {
+        descriptor, in != nullptr && *in != nullptr, inLeft != nullptr ? *inLeft : 0, *outLeft, *outLeft, 0};
+    if (!watch->refuses) { // the real one would crash on a failed descriptor
+        call.result = __real_iconv(descriptor, in, inLeft, out, outLeft);
+        call.outLeftAfter = *outLeft;
+    }
+    watch->conversions.push_back(call);
+    return call.result;
 }
 
 int __wrap_iconv_close(void* descriptor) {

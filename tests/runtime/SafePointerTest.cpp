@@ -150,6 +150,15 @@ void ExpectNothingLeft() {
     EXPECT_FALSE(IsHeld(FieldsOf(Pool()).lock));
 }
 
+/// The error was thrown and not printed, and left the lock of a record with one pointer held. Releases that lock.
+void ExpectUnprintedWithTheLockHeld(const Thrown& thrown, const char* message, SafePointerRecord& record) {
+    EXPECT_EQ(thrown.message, message);
+    EXPECT_EQ(thrown.printed, "");
+    EXPECT_TRUE(IsHeld(record.lock));
+    EXPECT_EQ(record.count, 1U);
+    EXPECT_EQ(record.lock.unlock(), 0);
+}
+
 class SafePointerTest : public testing::Test {
 protected:
     SafePointerTest() { Object::deleted = 0; }
@@ -495,11 +504,7 @@ TEST_F(SafePointerTest, ACopyThatDoesNotMatchItsRecordThrowsUnprintedWithTheReco
 
     const Thrown thrown = Misuse([&] { Copy(source); });
 
-    EXPECT_EQ(thrown.message, "not valid pointer in inc_reference ");
-    EXPECT_EQ(thrown.printed, "");
-    EXPECT_TRUE(IsHeld(RecordOf(live)->lock));
-    EXPECT_EQ(RecordOf(live)->count, 1U);
-    EXPECT_EQ(RecordOf(live)->lock.unlock(), 0);
+    ExpectUnprintedWithTheLockHeld(thrown, "not valid pointer in inc_reference ", *RecordOf(live));
 }
 
 TEST_F(SafePointerTest, AnAssignmentFromAPointerThatDoesNotMatchItsRecordThrowsUnprintedWithTheRecordsLockHeld) {
@@ -510,11 +515,7 @@ TEST_F(SafePointerTest, AnAssignmentFromAPointerThatDoesNotMatchItsRecordThrowsU
 
     const Thrown thrown = Misuse([&] { Assign(source); });
 
-    EXPECT_EQ(thrown.message, "not valid pointer in inc_reference ");
-    EXPECT_EQ(thrown.printed, "");
-    EXPECT_TRUE(IsHeld(RecordOf(live)->lock));
-    EXPECT_EQ(RecordOf(live)->count, 1U);
-    EXPECT_EQ(RecordOf(live)->lock.unlock(), 0);
+    ExpectUnprintedWithTheLockHeld(thrown, "not valid pointer in inc_reference ", *RecordOf(live));
 }
 
 TEST_F(SafePointerTest, TheEndOfAPointerThatDoesNotMatchItsRecordThrowsUnprintedWithTheRecordsLockHeld) {
@@ -527,11 +528,7 @@ TEST_F(SafePointerTest, TheEndOfAPointerThatDoesNotMatchItsRecordThrowsUnprinted
         RecordOf(stale) = RecordOf(live);
     });
 
-    EXPECT_EQ(thrown.message, "not valid pointer in dec_reference");
-    EXPECT_EQ(thrown.printed, "");
-    EXPECT_TRUE(IsHeld(RecordOf(live)->lock));
-    EXPECT_EQ(RecordOf(live)->count, 1U);
-    EXPECT_EQ(RecordOf(live)->lock.unlock(), 0);
+    ExpectUnprintedWithTheLockHeld(thrown, "not valid pointer in dec_reference", *RecordOf(live));
 }
 
 TEST_F(SafePointerTest, AnAssignmentToAPointerThatDoesNotMatchItsRecordThrowsUnprintedWithTheRecordsLockHeld) {
@@ -543,10 +540,7 @@ TEST_F(SafePointerTest, AnAssignmentToAPointerThatDoesNotMatchItsRecordThrowsUnp
 
     const Thrown thrown = Misuse([&] { stale = source; });
 
-    EXPECT_EQ(thrown.message, "not valid pointer in dec_reference");
-    EXPECT_EQ(thrown.printed, "");
-    EXPECT_TRUE(IsHeld(RecordOf(live)->lock));
-    EXPECT_EQ(RecordOf(live)->lock.unlock(), 0);
+    ExpectUnprintedWithTheLockHeld(thrown, "not valid pointer in dec_reference", *RecordOf(live));
     EXPECT_EQ(RecordOf(source)->count, 1U) << "it was not shared";
 }
 
