@@ -7,6 +7,7 @@
 #include <strings.h>
 #include <tinyxml.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstring>
 #include <memory>
@@ -23,13 +24,13 @@ constexpr const char* DeclaredStandalone = "no";
 std::unique_ptr<char[]> MakeWorkingBuffer(const char* text, size_t length) {
     std::unique_ptr<char[]> buffer(new char[length + SpareBytes]);
     char* out = buffer.get();
-    for (const char* const end = text + length; text != end; ++text) {
-        if (*text != '\r') {
-            *out++ = *text;
-        } else if (text[1] != '\n') { // at the end this is the terminator
-            *out++ = '\n';
-        }
+    const char* const end = text + length;
+    while (const auto* lineEnd = static_cast<const char*>(std::memchr(text, '\r', static_cast<size_t>(end - text)))) {
+        out = std::copy(text, lineEnd, out);
+        *out++ = '\n';
+        text = lineEnd + (lineEnd[1] == '\n' ? 2 : 1); // at the end of the text the terminator follows
     }
+    out = std::copy(text, end, out);
     std::memset(out, 0, SpareBytes);
     return buffer;
 }

@@ -208,6 +208,15 @@ private:
     size_t depth = 0; // open elements
 };
 
+bool HasMoreThan(size_t count, char wanted, const char* text) {
+    for (const char* p = std::strchr(text, wanted); p != nullptr; p = std::strchr(p + 1, wanted)) {
+        if (count-- == 0) {
+            return true;
+        }
+    }
+    return false;
+}
+
 // Whether a parse of the text up to `place`, where one more element follows, arrives there inside `depth` elements.
 bool ParserReaches(const char* text, const char* place, TiXmlEncoding encoding, size_t depth) {
     std::string probe(text, place);
@@ -229,6 +238,10 @@ bool ParserReaches(const char* text, const char* place, TiXmlEncoding encoding, 
 } // namespace
 
 bool NestsTooDeep(const char* text, int encoding) {
+    // Each element has a "<" of its own: an ordinary configuration has too few, and is not walked over.
+    if (!HasMoreThan(MaxElementDepth, '<', text)) {
+        return false;
+    }
     const auto parseEncoding = static_cast<TiXmlEncoding>(encoding);
     const char* place = NestingWalk(text, parseEncoding).findBeyond(MaxElementDepth);
     return place != nullptr && ParserReaches(text, place, parseEncoding, MaxElementDepth);
