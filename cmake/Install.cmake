@@ -17,3 +17,4 @@ configure_package_config_file(
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/WyvernConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/WyvernConfig.cmake ${PROJECT_BINARY_DIR}/WyvernConfigVersion.cmake
     DESTINATION ${package_dir} COMPONENT development)
+install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)

@@ -44,13 +44,14 @@ public:
     ///         none.
     bool Open(const char* path, uint8_t flags) noexcept;
 
-    /// Opens by a wide path, converted with wcstombs(3) in the C locale.
+    /// Opens by a wide path, converted with wcstombs(3) in the process's locale, which is the C locale unless the
+    /// program sets another; the system never does.
     /// @return as `Open`. A path that does not convert, or whose converted form has 1024 bytes or more, is refused and
     ///         leaves the stream as it was: what wcstombs leaves of it would name another file.
     bool OpenWide(const wchar_t* path, uint8_t flags) noexcept;
 
     /// Opens by a UTF-8 path, widened with `Utf8ToWide`; one that is not UTF-8 becomes the empty path, which never
-    /// opens. In the C locale, which the system never leaves, only paths in ASCII open.
+    /// opens. In the C locale only paths in ASCII open.
     /// @return as `OpenWide`.
     /// Throws std::logic_error for a null path, unlike the other opens, and std::bad_alloc.
     bool OpenUtf8(const char* path, uint8_t flags);

@@ -4,8 +4,9 @@
 #include <cstddef>
 #include <cstdint>
 
-/// The process-wide switches of the console log. With the initial values the system's own log calls (levels 1 to 3) are
-/// silent; nothing in the launcher changes them.
+/// The process-wide switches of the console log: enabled, a maximum level of 0 and no module filter at first. With
+/// these the system's own log calls (levels 1 to 3) are silent, and `setMaxLevel(3)` lets them all through; nothing in
+/// the launcher changes them.
 ///
 /// Owns:    nothing: a module's name is kept as the pointer given and must outlive its entry.
 /// Fails:   never, except that `addModule` refuses.

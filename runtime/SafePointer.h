@@ -12,7 +12,9 @@
 ///
 /// Owns:    a share of the object; the last pointer to let go deletes it with T's destructor.
 /// States:  empty (made by default), live, or spent (it was the last reference: no object, the record still known).
-///          Empty and spent pointers may be released and assigned to, not copied, assigned from or used.
+///          Empty and spent pointers may be released and assigned to, not copied, assigned from or used, and there is
+///          no way to ask for the state: a container of pointers holds live ones only, since it copies them when it
+///          grows.
 /// Fails:   with `WyRuntimeError`. Misuse is printed first ("SafePointer Report:", the platform's type-information name
 ///          of T, a blank, the message), except for the two "not valid pointer" errors and those of the pool. The
 ///          destructor can throw too. The two "not valid pointer" errors and the pool's "double free poniter" leave the

@@ -29,12 +29,14 @@ public:
     XmlConfigureDocument(const XmlConfigureDocument&) = delete;
     XmlConfigureDocument& operator=(const XmlConfigureDocument&) = delete;
 
-    /// Reads a file (or, in `Create` mode, makes an empty document) and brings its text into a character set.
+    /// Reads a file (or, in `Create` mode, makes an empty document) and brings its text into the character set
+    /// `charset`: pass `CharSetUtf8` (charset/CharSetConverter.h) to read texts as UTF-8, whatever they are written in.
     ///
     /// A text is UTF-8 when its declaration says so; deliberately, any other is taken as GB2312, one without a
-    /// declaration or with a byte-order mark too, unless an earlier text of this object declared UTF-8. It is converted
-    /// when `charset` is another than that (always for a charset besides 0 and 1), and cut where it does not convert.
-    /// In `Create` mode a second Load appends to what the first one left.
+    /// declaration or with a byte-order mark too, unless an earlier text of this object declared UTF-8. Where that is
+    /// not what was asked for, the text is converted, and cut where it does not convert. In `Create` mode a second Load
+    /// appends to what the first one left.
+    /// @param path any that fopen(3) takes; `Save` opens only paths in ASCII.
     /// @param charset code of `CharSetType`. With 3 (UTF-16) every Load fails: the text ends at its first zero byte.
     /// @param mode an `XmlOpenMode`.
     /// @return false when the file cannot be read whole, when the text does not parse, or when its root is not an

@@ -15,7 +15,8 @@ public:
     /// Made by `XmlConfigureNode` only.
     XmlConfigureItem(const TiXmlElement* viewedElement, uint32_t textCharset) noexcept;
 
-    /// As the reads of `XmlAttributeReader`.
+    /// As the reads of `XmlAttributeReader`: GetInt writes 0 for a missing attribute although it answers false, and
+    /// GetBool answers true for any text and changes `out` only for "true" and "false".
     bool GetInt(const std::string& key, int& out) const;
     bool GetBool(const std::string& key, bool& out) const;
     bool GetString(const std::string& key, std::string& out) const;

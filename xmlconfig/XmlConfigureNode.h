@@ -10,7 +10,8 @@
 class TiXmlDocument;
 class TiXmlElement;
 
-/// One node of the configuration tree: an element "Configure" beneath the root or another node.
+/// One node of the configuration tree: an element "Configure" beneath the root or another node. Nodes are found by
+/// name; they cannot be listed, and do not tell their names.
 ///
 /// Owns:    nothing. Valid while the document that handed it out lives and is not loaded again; nothing tracks that.
 /// Fails:   by result, with the output untouched. Throws only what the safe pointers throw ("too much safe poniter"
