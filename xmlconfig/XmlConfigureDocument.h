@@ -52,8 +52,8 @@ public:
     /// for further saving. In every other case nothing is written.
     ///
     /// Deliberate: the text of a document that was not loaded as UTF-8 is converted from GB2312, whatever its charset.
-    /// @return false when it could not be printed or written whole; it can be saved again then. True otherwise, also
-    ///         when there was nothing to write.
+    /// @return false when it could not be printed, converted at all (the file is left alone then) or written whole; it
+    ///         can be saved again then. True otherwise, also when there was nothing to write.
     bool Save();
 
 private:

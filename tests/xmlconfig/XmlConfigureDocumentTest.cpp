@@ -60,6 +60,30 @@ public:
     bool Accept(TiXmlVisitor* /*visitor*/) const override { return false; }
 };
 
+// While one of these lives the conversion library opens no descriptor; the linker leads its calls here.
+struct NoConversion {
+    NoConversion() { active = true; }
+    ~NoConversion() { active = false; }
+    NoConversion(const NoConversion&) = delete;
+    NoConversion& operator=(const NoConversion&) = delete;
+
+    static inline bool active = false;
+};
+
+} // namespace
+
+extern "C" {
+
+void* __real_libiconv_open(const char* to, const char* from);
+
+void* __wrap_libiconv_open(const char* to, const char* from) {
+    return NoConversion::active ? reinterpret_cast<void*>(-1) : __real_libiconv_open(to, from);
+}
+
+} // extern "C"
+
+namespace {
+
 class XmlConfigureDocumentTest : public testing::Test {
 protected:
     void TearDown() override { EXPECT_EQ(TakenRecords(), 0U) << "a node or an item is still held"; }
@@ -712,6 +736,44 @@ TEST_F(XmlConfigureDocumentTest, AFailedPrintFailsTheCreate) {
     EXPECT_FALSE(document.Load(dir / "new.xml", Utf8, Create));
 
     EXPECT_FALSE(LoadedFlag(document));
+}
+
+TEST_F(XmlConfigureDocumentTest, ALoadWhoseConversionCannotBeOpenedGoesOnWithAnEmptyTextAndFails) {
+    const std::string path = dir.write("file.xml", DeclaredGb2312 + Body(WordGb));
+    XmlConfigureDocument document;
+    const NoConversion noConversion;
+
+    EXPECT_FALSE(document.Load(path, Utf8, ReadWrite));
+
+    EXPECT_EQ(WordOf(document), "no section") << "not the text as it was before the conversion";
+    EXPECT_FALSE(LoadedFlag(document));
+}
+
+TEST_F(XmlConfigureDocumentTest, ALoadThatNeedsNoConversionOpensNone) {
+    const std::string path = dir.write("file.xml", DeclaredUtf8 + Body(WordUtf8));
+    XmlConfigureDocument document;
+    const NoConversion noConversion;
+
+    EXPECT_TRUE(document.Load(path, Utf8, ReadOnly));
+    EXPECT_EQ(WordOf(document), WordUtf8);
+}
+
+// The result of such a conversion is empty, and the file must not become so.
+TEST_F(XmlConfigureDocumentTest, ASaveWhoseConversionCannotBeOpenedFailsAndLeavesTheFile) {
+    const std::string content = DeclaredGb2312 + Body(WordGb);
+    const std::string path = dir.write("file.xml", content);
+    XmlConfigureDocument document;
+    ASSERT_TRUE(document.Load(path, Gb2312, ReadWrite));
+
+    {
+        const NoConversion noConversion;
+        EXPECT_FALSE(document.Save());
+    }
+
+    EXPECT_EQ(ReadWholeFile(path), content);
+    EXPECT_TRUE(LoadedFlag(document));
+    EXPECT_TRUE(document.Save()) << "it can be saved again";
+    EXPECT_NE(ReadWholeFile(path), content);
 }
 
 TEST_F(XmlConfigureDocumentTest, ASaveToAFullDeviceFails) {
