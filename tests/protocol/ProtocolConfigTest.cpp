@@ -289,6 +289,12 @@ TEST_F(ProtocolConfigTest, AMissingAttributeGivesItsDefault) {
               ",i,1,on\nn,,1,on\nn,i,0,on\nn,i,1,off\n");
 }
 
+TEST_F(ProtocolConfigTest, AMissingOrMalformedAttributeLogsNothing) {
+    const std::string path = dir.write("odd.xml", Section("<ConfigItem/>" + Entry("", "", "12abc", "yes")));
+
+    EXPECT_EQ(Log(2, path, true), "") << "an error or a warning; only the trace stands above them";
+}
+
 TEST_F(ProtocolConfigTest, AnEntryDoesNotInheritFromTheOneBefore) {
     EXPECT_EQ(Parsed(Section(Entry("A", "1", "1", "true") + "<ConfigItem/>")), "A,1,1,on\n,,0,off\n");
 }

@@ -576,7 +576,7 @@ TEST_F(SafePointerTest, APointerToADeletedObjectIsRefusedWhileItsRecordIsFree) {
     EXPECT_EQ(record->lock.unlock(), 0);
 }
 
-TEST_F(SafePointerTest, TheLastReleaseOfARecordWhoseSlotIsFreeThrowsDoubleFreeUnprinted) {
+TEST_F(SafePointerTest, TheLastReleaseOfARecordWhoseSlotIsFreeThrowsDoubleFreeUnprintedWithTheRecordsLockHeld) {
     SafePointerRecord* record = nullptr;
     uint32_t low = 0;
 
@@ -593,10 +593,9 @@ TEST_F(SafePointerTest, TheLastReleaseOfARecordWhoseSlotIsFreeThrowsDoubleFreeUn
     EXPECT_EQ(thrown.message, expected);
     EXPECT_EQ(thrown.printed, "");
     EXPECT_EQ(Object::deleted, 1) << "the object was let go before the slot was looked at";
+    EXPECT_TRUE(IsHeld(record->lock)) << "the error comes before the record is unlocked";
     record->address = nullptr;
-    if (IsHeld(record->lock)) {
-        EXPECT_EQ(record->lock.unlock(), 0);
-    }
+    EXPECT_EQ(record->lock.unlock(), 0);
 }
 
 TEST_F(SafePointerTest, WithAllRecordsTakenConstructionThrowsUnprintedAndTheObjectStaysTheCallers) {
