@@ -3,6 +3,7 @@
 #include "charset/CharSetConverter.h"
 
 #include <sys/stat.h>
+#include <sys/types.h>
 
 #include <array>
 #include <cstddef>
@@ -12,6 +13,8 @@
 #include <string>
 
 namespace {
+
+static_assert(sizeof(off_t) == 8, "without _FILE_OFFSET_BITS=64 a large file does not open on a 32-bit machine");
 
 constexpr size_t ModeSize = 5;
 constexpr size_t PathSize = 1024;

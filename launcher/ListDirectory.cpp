@@ -2,10 +2,14 @@
 
 #include <dirent.h>
 #include <fnmatch.h>
+#include <sys/types.h>
 
 #include <memory>
 
 namespace {
+
+static_assert(sizeof(ino_t) == 8,
+              "without _FILE_OFFSET_BITS=64 a large file system ends the listing of 32-bit readdir");
 
 struct DirectoryCloser {
     // The result is of no use: the stream was only read, and it is gone whatever closedir returns.
