@@ -28,13 +28,30 @@ namespace {
 
 using LibiconvWatch = ConversionWatch<struct GnuLibiconv>;
 
+// The block of memory that was taken last while a watch lived.
+struct Block {
+    void* start;
+    size_t size;
+};
+
+Block lastBlock = {nullptr, 0};
+
 } // namespace
 
 extern "C" {
 
+void* __real_malloc(size_t size);
 void* __real_libiconv_open(const char* to, const char* from);
 size_t __real_libiconv(void* descriptor, const char** in, size_t* inLeft, char** out, size_t* outLeft);
 int __real_libiconv_close(void* descriptor);
+
+void* __wrap_malloc(size_t size) {
+    void* const start = __real_malloc(size);
+    if (LibiconvWatch::active != nullptr) {
+        lastBlock = {start, size};
+    }
+    return start;
+}
 
 void* __wrap_libiconv_open(const char* to, const char* from) {
     LibiconvWatch* const watch = LibiconvWatch::active;
@@ -53,6 +70,7 @@ size_t __wrap_libiconv(void* descriptor, const char** in, size_t* inLeft, char**
     }
     LibiconvWatch::Conversion call = {
         descriptor, in != nullptr && *in != nullptr, inLeft != nullptr ? *inLeft : 0, *outLeft, *outLeft, 0};
+    call.outBlock = lastBlock.start == *out ? lastBlock.size : 0;
     // All that is said to be free must be there (the address sanitizer looks), and need not be cleared.
     std::memset(*out, '#', *outLeft);
     if (!watch->refuses) { // the real one would crash on a failed descriptor
@@ -374,7 +392,7 @@ TEST(CharSetConverterTest, AMebibyteConvertsInOneCall) {
     EXPECT_EQ(watch.conversions.size(), 1U);
 }
 
-TEST(CharSetConverterTest, ATextCostsExactlyOneLibraryCallIntoSixTimesItsLengthAndOne) {
+TEST(CharSetConverterTest, ATextCostsExactlyOneLibraryCallIntoAnArrayOfSixTimesItsLengthAndOne) {
     struct Case {
         const char* what;
         std::string in;
@@ -404,6 +422,7 @@ TEST(CharSetConverterTest, ATextCostsExactlyOneLibraryCallIntoSixTimesItsLengthA
         EXPECT_TRUE(watch.conversions[0].hasInput) << "a call without input would flush";
         EXPECT_EQ(watch.conversions[0].inLeft, row.in.size());
         EXPECT_EQ(watch.conversions[0].outLeft, 6 * row.in.size() + 1);
+        EXPECT_EQ(watch.conversions[0].outBlock, 6 * row.in.size() + 1) << "the memory that the array takes";
         EXPECT_EQ(watch.closes, std::vector<void*>{watch.opens[0].descriptor});
     }
 }

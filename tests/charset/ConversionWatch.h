@@ -22,6 +22,7 @@ struct ConversionWatch {
         size_t outLeft;
         size_t outLeftAfter;
         size_t result;
+        size_t outBlock = 0; ///< size of the block of memory that the output starts, where the test looks
     };
 
     enum Opens { Succeed, Fail };

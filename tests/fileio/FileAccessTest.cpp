@@ -1,6 +1,7 @@
 #include "fileio/FileAccess.h"
 
 #include "tests/support/FailingAllocation.h"
+#include "tests/support/PrintedBy.h"
 #include "tests/support/PrivateMember.h"
 #include "tests/support/RepeatedPages.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -23,15 +24,18 @@
 #include <iterator>
 #include <map>
 #include <new>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <type_traits>
+#include <utility>
 #include <vector>
 
 PRIVATE_MEMBER(FileAccessStream, FileAccess, FILE*, stream);
 
 static_assert(!std::is_copy_constructible_v<FileAccess> && !std::is_copy_assignable_v<FileAccess>);
 static_assert(!std::is_move_constructible_v<FileAccess> && !std::is_move_assignable_v<FileAccess>);
+static_assert(std::is_nothrow_destructible_v<FileAccess>);
 static_assert(!std::is_polymorphic_v<FileAccess> && sizeof(FileAccess) == sizeof(FILE*));
 static_assert(std::is_same_v<std::underlying_type_t<FileOpenFlags>, uint8_t>);
 static_assert(FileRead == 0x01 && FileWrite == 0x02 && FileUpdate == 0x04 && FileCreate == 0x20 &&
@@ -857,13 +861,91 @@ TEST(FileAccessTest, TheDestructorClosesTheStream) {
 
 TEST(FileAccessTest, TheDestructorOfAnObjectWhoseCloseFailsIsQuiet) {
     const ptrdiff_t before = OpenDescriptors();
-    {
-        FileAccess file;
-        ASSERT_TRUE(file.Open("/dev/full", FileWrite));
-        ASSERT_EQ(file.Write("abc", 3), 3);
-    }
+    bool buffered = false;
+    int error = 0;
 
+    const std::string printed = PrintedBy([&] {
+        std::optional<FileAccess> file(std::in_place);
+        buffered = file->Open("/dev/full", FileWrite) && file->Write("abc", 3) == 3;
+        errno = 0;
+        file.reset();
+        error = errno;
+    });
+
+    EXPECT_TRUE(buffered);
+    EXPECT_EQ(error, ENOSPC) << "the close has failed";
+    EXPECT_EQ(printed, "");
     EXPECT_EQ(OpenDescriptors(), before);
+}
+
+TEST(FileAccessTest, WhateverFailsNothingIsPrintedAndNothingLogged) {
+    const TemporaryDirectory dir;
+    const std::string path = dir.write("file", "abc");
+    const std::string missing = dir / "missing";
+    const std::string longPath = PathOfLength(1024, dir.path(), "file");
+    std::array<char, 4> buffer{};
+
+    struct Failure {
+        const char* what;
+        std::function<bool(FileAccess&)> failed;
+    };
+
+    const std::vector<Failure> failures = {
+        {"flags, Open", [&](FileAccess& file) { return !file.Open(path.c_str(), 0x03); }},
+        {"flags, OpenWide", [&](FileAccess& file) { return !file.OpenWide(Widened(path).c_str(), 0x03); }},
+        {"flags, OpenUtf8", [&](FileAccess& file) { return !file.OpenUtf8(path.c_str(), 0x03); }},
+        {"missing, Open", [&](FileAccess& file) { return !file.Open(missing.c_str(), FileRead); }},
+        {"missing, OpenWide", [&](FileAccess& file) { return !file.OpenWide(Widened(missing).c_str(), FileRead); }},
+        {"missing, OpenUtf8", [&](FileAccess& file) { return !file.OpenUtf8(missing.c_str(), FileRead); }},
+        {"null, Open", [](FileAccess& file) { return !file.Open(nullptr, FileRead); }},
+        {"null, OpenWide", [](FileAccess& file) { return !file.OpenWide(nullptr, FileRead); }},
+        {"null, OpenUtf8",
+         [](FileAccess& file) {
+             try {
+                 static_cast<void>(file.OpenUtf8(nullptr, FileRead));
+                 return false;
+             } catch (const std::logic_error&) {
+                 return true;
+             }
+         }},
+        {"too long", [&](FileAccess& file) { return !file.OpenWide(Widened(longPath).c_str(), FileRead); }},
+        {"outside ASCII", [&](FileAccess& file) { return !file.OpenUtf8((path + "\xc3\xa9").c_str(), FileRead); }},
+        {"not UTF-8", [&](FileAccess& file) { return !file.OpenUtf8((path + "\xff").c_str(), FileRead); }},
+        {"read while closed", [&](FileAccess& file) { return file.Read(buffer.data(), 1) == -1; }},
+        {"write while closed", [&](FileAccess& file) { return file.Write(buffer.data(), 1) == -1; }},
+        {"size while closed", [](FileAccess& file) { return file.GetSize() == -1; }},
+        {"null buffer",
+         [&](FileAccess& file) {
+             return file.Open(path.c_str(), FileUpdate) && file.Read(nullptr, 1) == -1 && file.Write(nullptr, 1) == -1;
+         }},
+        {"read of a directory",
+         [&](FileAccess& file) {
+             return file.Open(dir.path().c_str(), FileRead) && file.Read(buffer.data(), 1) == -1;
+         }},
+        {"write to what is read",
+         [&](FileAccess& file) { return file.Open(path.c_str(), FileRead) && file.Write("x", 1) == -1; }},
+        {"full at the close",
+         [](FileAccess& file) {
+             return file.Open("/dev/full", FileWrite) && file.Write("abc", 3) == 3 && !file.Close();
+         }},
+        {"descriptor gone",
+         [&](FileAccess& file) {
+             return file.Open(path.c_str(), FileRead) && close(fileno(StreamOf(file))) == 0 && file.GetSize() == -1 &&
+                    !file.Close();
+         }},
+    };
+
+    for (const Failure& failure : failures) {
+        bool failed = false;
+
+        const std::string printed = PrintedBy([&] {
+            FileAccess file;
+            failed = failure.failed(file);
+        });
+
+        EXPECT_TRUE(failed) << failure.what;
+        EXPECT_EQ(printed, "") << failure.what;
+    }
 }
 
 TEST(FileAccessTest, GetSizeOfAnEmptyFileIsZero) {

@@ -26,12 +26,15 @@
 
 namespace {
 
+using Names = std::vector<std::string>;
+
 // What the replaced functions do; by default they only pass on.
 struct Replacement {
     std::map<std::string, unsigned char, std::less<>> types; // told instead of an entry's own
-    std::vector<std::string> names;                          // yielded instead of the directory's own
+    Names names;                                             // yielded instead of the directory's own
     size_t yielded = 0;
     size_t readsUntilFailure = SIZE_MAX;
+    Names* opened = nullptr;           // takes the paths given to opendir, if a test asks for them
     std::array<int, 2> fnmatchFlags{}; // of the first calls
     size_t fnmatchCalls = 0;
 };
@@ -72,9 +75,17 @@ Entry* Read(DIR* directory, Entry* (*read)(DIR*)) {
 
 // The linker sends every call of a wrapped function here.
 extern "C" {
+DIR* __real_opendir(const char* path);
 dirent* __real_readdir(DIR* directory);
 dirent64* __real_readdir64(DIR* directory);
 int __real_fnmatch(const char* pattern, const char* name, int flags);
+
+DIR* __wrap_opendir(const char* path) {
+    if (replacement.opened != nullptr) {
+        replacement.opened->push_back(path);
+    }
+    return __real_opendir(path);
+}
 
 dirent* __wrap_readdir(DIR* directory) {
     return Read<dirent>(directory, __real_readdir);
@@ -96,8 +107,6 @@ int __wrap_fnmatch(const char* pattern, const char* name, int flags) {
 namespace {
 
 namespace fs = std::filesystem;
-
-using Names = std::vector<std::string>;
 
 Names Sorted(Names names) {
     std::sort(names.begin(), names.end());
@@ -185,10 +194,26 @@ TEST_F(ListDirectoryTest, ThePathIsOpenedAsItStands) {
     const fs::path before = fs::current_path();
     fs::current_path(dir.path());
 
-    for (const char* directory : {"inner", "inner/", "./inner//", "inner/."}) {
+    for (const std::string directory : {"inner", "inner/", "./inner//", "inner/.", "./inner", "inner/../inner"}) {
         SCOPED_TRACE(directory);
+        Names opened;
+        replacement.opened = &opened;
+
         EXPECT_EQ(ListSorted(directory, "*"), Names{"file"});
+
+        EXPECT_EQ(opened, Names{directory});
     }
+    for (const std::string directory : {"", "missing", "missing/", " inner", "inner ", "inner/file", "~", "\xFF"}) {
+        SCOPED_TRACE(directory);
+        Names opened;
+        Names names;
+        replacement.opened = &opened;
+
+        EXPECT_FALSE(ListDirectory(directory, names, "*"));
+
+        EXPECT_EQ(opened, Names{directory});
+    }
+    replacement.opened = nullptr;
     fs::current_path(before);
 }
 

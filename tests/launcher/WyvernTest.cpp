@@ -78,6 +78,30 @@ std::string NestedConfig(size_t depth) {
            Repeated("<x>", depth - 3) + Repeated("</x>", depth - 3) + "</ConfigItem></Configure></Configure>";
 }
 
+constexpr const char* ChineseInUtf8 = "\xE7\xBD\x91\xE5\x85\xB3";
+
+// What a configuration is written in, and the same two characters in it.
+struct Encoding {
+    const char* name;
+    std::string declaration;
+    std::string chinese;
+};
+
+const Encoding Encodings[] = {
+    {"UTF-8", "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n", ChineseInUtf8},
+    {"GB2312", "<?xml version=\"1.0\" encoding=\"gb2312\"?>\n", "\xCD\xF8\xB9\xD8"},
+    {"no declaration, so GB2312", "", "\xCD\xF8\xB9\xD8"},
+};
+
+// The text with its line feeds replaced.
+std::string WithLineEnds(const std::string& text, const std::string& lineEnd) {
+    std::string result;
+    for (const char character : text) {
+        result += character == '\n' ? lineEnd : std::string(1, character);
+    }
+    return result;
+}
+
 struct Damage {
     const char* name;
     std::string content;
@@ -91,6 +115,11 @@ const Damage Damages[] = {
     {"cut inside a UTF-8 sequence", "<?xml version=\"1.0\" encoding=\"utf-8\"?><Configure name=\"\xE7\xBD"},
     // The mark says nothing about the encoding, only a declaration does: read as GB2312, its last byte is none.
     {"a byte-order mark without a declaration", ProtocolConfigText({{"ABC"}}, "\xEF\xBB\xBF")},
+    // Nor does it let one that follows it say anything.
+    {"a byte-order mark ahead of a declaration of UTF-8",
+     ProtocolConfigText({{"ABC"}}, "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"utf-8\"?>\n")},
+    {"a byte-order mark ahead of a declaration of GB2312",
+     ProtocolConfigText({{"ABC"}}, "\xEF\xBB\xBF<?xml version=\"1.0\" encoding=\"gb2312\"?>\n")},
     {"a byte that GB2312 does not have",
      ProtocolConfigText({{"ABC\xFF"}}, "<?xml version=\"1.0\" encoding=\"gb2312\"?>")},
     {"not well-formed",
@@ -419,7 +448,7 @@ TEST_F(WyvernTest, ChineseProtocolNamesOfEveryEncodingMatchFileNamesInUtf8) {
         std::string protocol;
     } cases[] = {
         {"UTF-8", "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n", utf8},
-        {"UTF-8, line ends CR LF", "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\r\n", utf8},
+        {"UTF-8 in capitals", "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n", utf8},
         {"GB2312", "<?xml version=\"1.0\" encoding=\"gb2312\"?>\n", gb2312},
         {"GB2312 in capitals", "<?xml version=\"1.0\" encoding=\"GB2312\" standalone=\"no\"?>\n", gb2312},
         {"GBK", "<?xml version=\"1.0\" encoding=\"GBK\"?>\n", gb2312},
@@ -440,6 +469,49 @@ TEST_F(WyvernTest, ChineseProtocolNamesOfEveryEncodingMatchFileNamesInUtf8) {
         EXPECT_EQ(start.programs, Lines{"/factory_setting/" + program});
         EXPECT_EQ(stop.out, "Stop LoadServcie(killall -15 " + utf8 + "_Server) \nProtocol(" + utf8 + "2) disable\n");
         EXPECT_EQ(stop.programs, Lines{"killall -15 " + utf8 + "_Server"});
+    }
+}
+
+// A name is the place where the bytes of a line end can be seen: elsewhere all of them are white space.
+TEST_F(WyvernTest, LineEndsOfEveryKindAreLineFeedsInANameOfEveryEncoding) {
+    const struct {
+        const char* name;
+        std::string lineEnd;
+    } lineEnds[] = {{"LF", "\n"}, {"CR LF", "\r\n"}, {"lone CR", "\r"}};
+
+    for (const Encoding& encoding : Encodings) {
+        for (const auto& lineEnd : lineEnds) {
+            SCOPED_TRACE(std::string(encoding.name) + ", " + lineEnd.name);
+            const std::string text = ProtocolConfigText(
+                {{encoding.chinese + "\n1", false}, {"ABC"}, {"\n2\n\n", false}}, encoding.declaration);
+            device.write(DeviceSandbox::WorkingConfig, WithLineEnds(text, lineEnd.lineEnd));
+
+            const DeviceRun run = device.run({"1"});
+
+            EXPECT_EQ(run.out, std::string("Protocol(") + ChineseInUtf8 + "\n1) disable\n" + AbcStarted +
+                                   "Protocol(\n2\n\n) disable\n");
+            EXPECT_EQ(run.err, "");
+            EXPECT_EQ(run.ended, "exit 0");
+        }
+    }
+}
+
+TEST_F(WyvernTest, AConfigurationOfEveryEncodingEndsAtItsFirstZeroByte) {
+    for (const Encoding& encoding : Encodings) {
+        for (const std::string& behind :
+             {std::string(), std::string("\0\0", 2), std::string("</Configure>"), std::string("\xFF<"),
+              ProtocolConfigText({{"BEHIND", false}}, encoding.declaration)}) {
+            SCOPED_TRACE(std::string(encoding.name) + ", behind the zero byte: " + testing::PrintToString(behind));
+            device.write(DeviceSandbox::WorkingConfig,
+                         ProtocolConfigText({{encoding.chinese, false}, {"ABC"}}, encoding.declaration) + '\0' +
+                             behind);
+
+            const DeviceRun run = device.run({"1"});
+
+            EXPECT_EQ(run.out, std::string("Protocol(") + ChineseInUtf8 + ") disable\n" + AbcStarted);
+            EXPECT_EQ(run.err, "");
+            EXPECT_EQ(run.ended, "exit 0");
+        }
     }
 }
 

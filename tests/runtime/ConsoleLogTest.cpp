@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <ostream>
 #include <string>
@@ -49,6 +50,21 @@ protected:
         settings.clearModules();
     }
 
+    /// What a level prints while the maximum is set so.
+    struct Case {
+        int32_t maximum;
+        int32_t level;
+        Printed expected;
+    };
+
+    template <size_t Count>
+    void expectPrinted(const Case (&cases)[Count]) {
+        for (const Case& c : cases) {
+            settings.setMaxLevel(c.maximum);
+            EXPECT_EQ(Print(c.level, "module", "x=%d\n", 5), c.expected) << c.level << " of " << c.maximum;
+        }
+    }
+
     LogSettings& settings = LogSettings::instance();
 };
 
@@ -60,16 +76,9 @@ TEST_F(ConsoleLogTest, WithTheInitialSettingsTheLevelsOneToThreePrintNothingAndR
     }
 }
 
-TEST_F(ConsoleLogTest, ALevelThatIsNotAboveTheMaximumIsPrintedInItsColour) {
-    struct Case {
-        int32_t maximum;
-        int32_t level;
-        Printed expected;
-    };
+TEST_F(ConsoleLogTest, TheLevelsOneToThreeArePrintedInTheirColoursUnlessAboveTheMaximum) {
     const Case cases[] = {
-        {0, 0, {4, "x=5\n"}},
-        {0, -1, {4, "x=5\n"}},
-        {0, INT32_MIN, {4, "x=5\n"}},
+        {0, 1, {0, ""}},
         {1, 1, {4, "\x1b[0;31;1mx=5\n"}},
         {1, 2, {0, ""}},
         {2, 2, {4, "\x1b[0;33mx=5\n"}},
@@ -77,19 +86,29 @@ TEST_F(ConsoleLogTest, ALevelThatIsNotAboveTheMaximumIsPrintedInItsColour) {
         {3, 1, {4, "\x1b[0;31;1mx=5\n"}},
         {3, 2, {4, "\x1b[0;33mx=5\n"}},
         {3, 3, {4, "\x1b[0;32mx=5\n"}},
+        {INT32_MAX, 1, {4, "\x1b[0;31;1mx=5\n"}},
+        {-1, 1, {0, ""}},
+    };
+
+    expectPrinted(cases);
+}
+
+TEST_F(ConsoleLogTest, TheLevelsZeroAndFourAndAllBeyondThemArePrintedWithoutAColourUnlessAboveTheMaximum) {
+    const Case cases[] = {
+        {0, 0, {4, "x=5\n"}},
+        {3, 0, {4, "x=5\n"}},
+        {0, -1, {4, "x=5\n"}},
+        {0, INT32_MIN, {4, "x=5\n"}},
+        {-1, 0, {0, ""}},
+        {-1, -1, {4, "x=5\n"}},
         {3, 4, {0, ""}},
         {4, 4, {4, "x=5\n"}},
         {100, 4, {4, "x=5\n"}},
         {INT32_MAX, INT32_MAX, {4, "x=5\n"}},
-        {-1, 0, {0, ""}},
-        {-1, -1, {4, "x=5\n"}},
         {INT32_MIN, INT32_MAX, {0, ""}},
     };
 
-    for (const Case& c : cases) {
-        settings.setMaxLevel(c.maximum);
-        EXPECT_EQ(Print(c.level, "module", "x=%d\n", 5), c.expected) << c.level << " of " << c.maximum;
-    }
+    expectPrinted(cases);
 }
 
 TEST_F(ConsoleLogTest, SwitchedOffItPrintsNothingAndReturnsZeroAtAnyLevel) {

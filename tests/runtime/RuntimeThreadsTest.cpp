@@ -134,6 +134,14 @@ constexpr Uses UsesOf(std::index_sequence<Number...> /*numbers*/) {
 
 constexpr Uses UseOf = UsesOf(std::make_index_sequence<NumberedTypes>());
 
+/// What its maker wrote into it, where a thread that finds it takes no lock.
+class Published : public Singlton<Published> {
+public:
+    Published() { numbers.fill(7); }
+
+    std::array<size_t, 64> numbers;
+};
+
 bool IsRegisteredOnce(const ISinglton* singleton) {
     const auto& entries = FieldsOf(SingletonRegistry::instance()).entries;
     return std::count(entries.begin(), entries.end(), singleton) == 1;
@@ -332,6 +340,31 @@ TEST_F(RuntimeThreadsTest, ASingletonIsMadeOnceHoweverManyThreadsAskFirst) {
         EXPECT_EQ(instances, seen[0]);
     }
     EXPECT_TRUE(std::all_of(seen[0].begin(), seen[0].end(), IsRegisteredOnce));
+}
+
+// The threads learn of the instance in a way that orders nothing, and then find it without the lock: the instance
+// pointer alone, stored with release and loaded with acquire, brings them what the constructor wrote. Where either is
+// less than that, the thread sanitizer sees a race; most machines would still show the numbers.
+TEST_F(RuntimeThreadsTest, TheInstancePointerIsReleasedByItsMakerAndAcquiredByWhoeverFindsIt) {
+    std::atomic<bool> made{false};
+    std::array<size_t, ThreadCount> sums{};
+
+    OnEightThreads([&](size_t t) {
+        if (t == 0) {
+            static_cast<void>(Published::instance());
+            made.store(true, std::memory_order_relaxed);
+        }
+        while (!made.load(std::memory_order_relaxed)) {
+            std::this_thread::yield();
+        }
+        for (const size_t number : Published::instance()->numbers) {
+            sums[t] += number;
+        }
+    });
+
+    for (const size_t sum : sums) {
+        EXPECT_EQ(sum, 7U * 64U);
+    }
 }
 
 TEST_F(RuntimeThreadsTest, SingletonsThatAreMadeAtOnceAreAllRegistered) {

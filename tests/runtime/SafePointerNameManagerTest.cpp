@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <type_traits>
 #include <vector>
@@ -38,16 +40,22 @@ TEST(SafePointerNameManagerTest, TheNamesThatPassThroughThePoolAreNotKept) {
     EXPECT_TRUE(FieldsOf(FieldsOf(pool).names).names.empty());
 }
 
-TEST(SafePointerNameManagerTest, DestructionFreesTheNamesAndDestroysTheLock) {
+TEST(SafePointerNameManagerTest, DestructionFreesTheNamesAndThenDestroysTheLock) {
     auto manager = std::make_unique<SafePointerNameManager>();
     FieldsOf(*manager).names["a name too long for a string to keep it inside itself"] = nullptr;
+    const auto& names = FieldsOf(*manager).names;
     const std::vector<pthread_mutex_t*> lock{&PthreadMutexOf(FieldsOf(*manager).lock)};
     std::vector<pthread_mutex_t*> destroyed;
+    size_t namesLeft = SIZE_MAX;
     {
-        const MutexObserver observer(nullptr, [&](pthread_mutex_t* which) { destroyed.push_back(which); });
+        const MutexObserver observer(nullptr, [&](pthread_mutex_t* which) {
+            destroyed.push_back(which);
+            namesLeft = names.size();
+        });
 
         manager.reset();
     }
 
-    EXPECT_EQ(destroyed, lock); // that no name is left is the leak checker's to say
+    EXPECT_EQ(destroyed, lock);
+    EXPECT_EQ(namesLeft, 0U) << "the lock guards the names to their end";
 }

@@ -244,6 +244,8 @@ DeviceRun DeviceSandbox::runReported(const std::vector<std::string>& reporterArg
     }
     std::vector<std::string> command = Words(BareMachine);
     command.insert(command.end(), {"--setenv", "PATH", std::string(Tools) + ":/usr/bin:/usr/sbin"});
+    // What the machine's programs say does not depend on the language of whoever runs the tests.
+    command.insert(command.end(), {"--setenv", "LC_ALL", "C"});
     const auto bind = [&command](const char* option, const std::string& from, const std::string& to) {
         command.insert(command.end(), {option, from, to});
     };

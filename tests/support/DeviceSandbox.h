@@ -22,7 +22,8 @@ struct DeviceRun {
 /// machine is neither seen nor touched, and every process that a run leaves behind ends with it.
 ///
 /// The machine's programs are seen read-only, the build directory with its own path; PATH starts with a directory of
-/// recording programs. A run that cannot be made is a test failure that says why.
+/// recording programs, and the programs speak the language of the C locale. A run that cannot be made is a test failure
+/// that says why.
 ///
 /// Works for root and for any user who may make user namespaces.
 class DeviceSandbox {

@@ -1,6 +1,7 @@
 #include "xmlconfig/XmlAttributeReader.h"
 
 #include "tests/support/ParsedXml.h"
+#include "tests/support/PrintedBy.h"
 #include "tests/support/PrivateMember.h"
 
 #include <gtest/gtest.h>
@@ -184,6 +185,27 @@ TEST(XmlAttributeReaderTest, GetStringOfNoElementIsFalseAndLeavesTheOutput) {
     EXPECT_FALSE(XmlAttributeReader(nullptr, 1).GetString("x", out));
 
     EXPECT_EQ(out, "before");
+}
+
+TEST(XmlAttributeReaderTest, AReadThatFailsOrDoesNotUnderstandTheTextPrintsAndLogsNothing) {
+    const ParsedXml xml(WithAttribute("neither"));
+    const XmlAttributeReader reader(xml.root(), 1);
+    const XmlAttributeReader nowhere(nullptr, 1);
+    int number = 99;
+    bool flag = false;
+    std::string text = "before";
+    bool succeeded = true;
+    bool understood = true;
+
+    const std::string printed = PrintedBy([&] {
+        succeeded = reader.GetInt("y", number) || reader.GetBool("y", flag) || reader.GetString("y", text) ||
+                    nowhere.GetInt("x", number) || nowhere.GetBool("x", flag) || nowhere.GetString("x", text);
+        understood = !reader.GetInt("x", number) || !reader.GetBool("x", flag) || ParseBool("neither", flag);
+    });
+
+    EXPECT_FALSE(succeeded);
+    EXPECT_FALSE(understood);
+    EXPECT_EQ(printed, "");
 }
 
 TEST(XmlAttributeReaderTest, AttributeNamesAreCaseSensitive) {

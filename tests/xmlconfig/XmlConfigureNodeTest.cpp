@@ -3,6 +3,7 @@
 #include "runtime/SafePointerPool.h"
 #include "runtime/WyRuntimeError.h"
 #include "tests/support/ParsedXml.h"
+#include "tests/support/PrintedBy.h"
 #include "tests/support/PrivateMember.h"
 #include "tests/support/SafePointerRecords.h"
 
@@ -241,6 +242,32 @@ TEST_F(XmlConfigureNodeTest, AFailedSearchLeavesTheNodeThatTheOutputHolds) {
     EXPECT_EQ(NameOf(out), "a");
 }
 
+TEST_F(XmlConfigureNodeTest, ASearchThatFailsPrintsAndLogsNothing) {
+    struct Case {
+        const char* what;
+        const char* text;
+    };
+    const Case cases[] = {
+        {"nothing inside", "<Configure/>"},
+        {"another name", "<Configure><Configure name='b'/></Configure>"},
+        {"no name first", "<Configure><Configure/><Configure name='a'/></Configure>"},
+        {"no name behind", "<Configure><Configure name='b'/><Configure/><Configure name='a'/></Configure>"},
+    };
+
+    for (const Case& c : cases) {
+        const ParsedXml xml(c.text);
+        const XmlConfigureNode root = RootOf(xml);
+        NodePointer node;
+        std::vector<ItemPointer> items;
+        bool found = true;
+
+        const std::string printed = PrintedBy([&] { found = root.GetNode("a", node) || root.GetItems(items); });
+
+        EXPECT_FALSE(found) << c.what;
+        EXPECT_EQ(printed, "") << c.what;
+    }
+}
+
 TEST_F(XmlConfigureNodeTest, ASuccessfulSearchLetsTheNodeGoThatTheOutputHeld) {
     const ParsedXml xml("<Configure><Configure name='a'/><Configure name='b'/></Configure>");
     NodePointer out;
@@ -381,6 +408,46 @@ TEST_F(XmlConfigureNodeTest, AnExhaustedPoolEndsTheCollectionOfItemsByException)
     EXPECT_EQ(message, "too much safe poniter");
     EXPECT_EQ(NamesOf(items), "a;b;");
     EXPECT_EQ(TakenRecords(), 2U);
+}
+
+TEST_F(XmlConfigureNodeTest, ACopyOfAnEmptyNodePointerIsReportedWithTheNameOfTheClass) {
+    const NodePointer empty;
+    std::string message;
+
+    const std::string printed = PrintedBy([&] {
+        try {
+            const NodePointer copy(empty);
+        } catch (const WyRuntimeError& error) {
+            message = error.what();
+        }
+    });
+
+    EXPECT_EQ(message, "SafePointer Report:16XmlConfigureNode Construct from NULL <T>pointer");
+    EXPECT_EQ(printed, message + "\n");
+}
+
+TEST_F(XmlConfigureNodeTest, AnAssignmentOfAnEmptyNodePointerIsReportedWithTheNameOfTheClass) {
+    const ParsedXml xml("<Configure><Configure name='a'/></Configure>");
+    const NodePointer empty;
+    NodePointer target;
+    NodePointer held;
+    ASSERT_TRUE(RootOf(xml).GetNode("a", held));
+
+    for (NodePointer* assigned : {&target, &held}) {
+        std::string message;
+
+        const std::string printed = PrintedBy([&] {
+            try {
+                *assigned = empty;
+            } catch (const WyRuntimeError& error) {
+                message = error.what();
+            }
+        });
+
+        EXPECT_EQ(message, "SafePointer Report:16XmlConfigureNode Assigned NULL <T>pointer");
+        EXPECT_EQ(printed, message + "\n");
+    }
+    EXPECT_EQ(NameOf(held), "a");
 }
 
 TEST_F(XmlConfigureNodeTest, ReportsNameTheClassInThePlatformsSpelling) {
