@@ -10,9 +10,9 @@
 namespace {
 
 // Walks over a text as TinyXML's parser does, token by token, and counts the open elements. It need not see every error
-// that stops the parser (a wrong end tag, a doubled attribute), but up to the parser's first error both
-// stand at the same tokens: so the parser never goes deeper than the walk. All pointers may stand up to three bytes
-// behind the terminator, on the spare zero bytes; a null pointer means that the walk is over.
+// that stops the parser (a wrong end tag, a doubled attribute), but up to the parser's first error both are at the same
+// tokens: so the parser never goes deeper than the walk. All pointers may stand up to three bytes behind the terminator,
+// on the spare zero bytes; a null pointer means that the walk is over.
 class NestingWalk {
 public:
     NestingWalk(const char* text, TiXmlEncoding parseEncoding) : next(text), encoding(parseEncoding) {
