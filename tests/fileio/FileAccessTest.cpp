@@ -122,11 +122,6 @@ std::string ModeText(const std::array<Char, 4>& mode) {
     return "not terminated: " + text;
 }
 
-// A path of exactly `length` bytes that names `directory`/`name`: slashes may be repeated.
-std::string PathOfLength(size_t length, const std::string& directory, const std::string& name) {
-    return directory + std::string(length - directory.size() - name.size(), '/') + name;
-}
-
 } // namespace
 
 TEST(FileAccessModeTest, EachOfThe256FlagValuesGivesItsModeOrIsRefused) {

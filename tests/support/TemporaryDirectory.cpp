@@ -31,6 +31,10 @@ std::string TemporaryDirectory::write(const std::string& name, const std::string
     return file.string();
 }
 
+std::string PathOfLength(size_t length, const std::string& directory, const std::string& name) {
+    return directory + std::string(length - directory.size() - name.size(), '/') + name;
+}
+
 std::string ReadWholeFile(const std::string& path) {
     std::ifstream stream(path, std::ios::binary);
     EXPECT_TRUE(stream.is_open()) << "cannot read " << path;

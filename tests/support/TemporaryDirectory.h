@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <string>
 
 /// A directory of the test's own under $TMPDIR or /tmp, removed with all it holds at the end of the scope.
@@ -21,6 +22,9 @@ public:
 private:
     std::string root;
 };
+
+/// @return a path of exactly `length` bytes that names `directory`/`name`: slashes may be repeated.
+std::string PathOfLength(size_t length, const std::string& directory, const std::string& name);
 
 /// @return all bytes of a file; a test failure and an empty text when it cannot be read.
 std::string ReadWholeFile(const std::string& path);
