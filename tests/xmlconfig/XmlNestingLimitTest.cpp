@@ -1,12 +1,12 @@
 #include "xmlconfig/XmlNestingLimit.h"
 
+#include "tests/support/ParserDepth.h"
 #include "tests/xmlconfig/ShallowNestingLimit.h"
 
 #include <gtest/gtest.h>
 
 #include <tinyxml.h>
 
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdio>
@@ -32,10 +32,6 @@ std::string Nested(size_t depth) {
     return Repeat("<a>", depth) + Repeat("</a>", depth);
 }
 
-std::string WithSpareBytes(std::string text) {
-    return text.append(SpareBytes, '\0');
-}
-
 bool Refused(const std::string& text, TiXmlEncoding encoding) {
     return NestsTooDeep(WithSpareBytes(text).c_str(), encoding);
 }
@@ -43,39 +39,6 @@ bool Refused(const std::string& text, TiXmlEncoding encoding) {
 // The same with the small limit, where an answer of yes costs microseconds.
 bool RefusedWhenShallow(const std::string& text, TiXmlEncoding encoding) {
     return NestsDeeperThanShallow(WithSpareBytes(text).c_str(), encoding);
-}
-
-size_t DepthOf(const TiXmlDocument& document) {
-    size_t deepest = 0;
-    size_t depth = 0;
-    const TiXmlNode* node = document.FirstChild();
-    while (node != nullptr) {
-        if (node->ToElement() != nullptr) {
-            deepest = std::max(deepest, ++depth);
-            if (node->FirstChild() != nullptr) {
-                node = node->FirstChild();
-                continue;
-            }
-            --depth;
-        }
-        while (node != nullptr && node->NextSibling() == nullptr) {
-            node = node->Parent();
-            if (node != nullptr && node->ToElement() == nullptr) {
-                return deepest; // the document
-            }
-            --depth;
-        }
-        node = node == nullptr ? nullptr : node->NextSibling();
-    }
-    return deepest;
-}
-
-// How deep the parser really went, before it met an error or the end.
-size_t ParserDepth(const std::string& text, TiXmlEncoding encoding) {
-    TiXmlDocument document;
-    document.SetTabSize(0);
-    document.Parse(WithSpareBytes(text).c_str(), nullptr, encoding);
-    return DepthOf(document);
 }
 
 std::string Printable(const std::string& text) {
