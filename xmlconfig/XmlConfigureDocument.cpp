@@ -62,7 +62,7 @@ bool XmlConfigureDocument::Save() {
     if (charset != CharSetUtf8) {
         std::string converted;
         CharSetConverter::Convert(content, converted, CharSetGb2312, CharSetUtf8);
-        if (converted.empty()) {
+        if (converted.empty() && !content.empty()) {
             return false; // the conversion could not be opened: what is in the file is not given up for nothing
         }
         content.swap(converted);

@@ -481,6 +481,22 @@ TEST_F(XmlConfigureDocumentTest, ASaveAfterAFailedLoadWritesToThePathOfTheLastSu
     EXPECT_FALSE(LoadedFlag(document));
 }
 
+// Nothing is left to print then, whatever the character set: there is no text that a conversion could have lost.
+TEST_F(XmlConfigureDocumentTest, ASaveAfterALoadThatFoundNoElementWritesAnEmptyFileInEveryCharset) {
+    const std::string bad = dir.write("bad.xml", "text");
+    for (const unsigned charset : {Gb2312, Utf8, Gbk}) {
+        const std::string path = dir.write("good.xml", DeclaredUtf8 + Body("x"));
+        XmlConfigureDocument document;
+        ASSERT_TRUE(document.Load(path, charset, ReadWrite)) << charset;
+        ASSERT_FALSE(document.Load(bad, charset, ReadOnly)) << charset;
+
+        EXPECT_TRUE(document.Save()) << charset;
+
+        EXPECT_EQ(ReadWholeFile(path), "") << charset;
+        EXPECT_FALSE(LoadedFlag(document)) << charset;
+    }
+}
+
 TEST_F(XmlConfigureDocumentTest, AFailedLoadOfANewDocumentLeavesItNew) {
     XmlConfigureDocument document;
 
