@@ -1,0 +1,108 @@
+// The launcher on any two configurations, any argument and any service directory.
+//
+// The input is a text in four parts, divided by lines "=====": the argument; the entries of the service directory, one
+// a line, the first letter its type (d directory, l link, ? unknown, anything else a file); the working copy; the
+// factory copy. A copy whose part is missing is missing, and so is the directory when its part is "none".
+
+#include "fuzz/Check.h"
+#include "fuzz/LauncherModel.h"
+#include "fuzz/LauncherSeam.h"
+#include "fuzz/MemoryFile.h"
+#include "runtime/SafePointer.h"
+#include "xmlconfig/XmlConfigureDocument.h"
+#include "xmlconfig/XmlConfigureItem.h"
+#include "xmlconfig/XmlConfigureNode.h"
+
+#include <cstdint>
+#include <dirent.h>
+
+namespace {
+
+std::vector<std::string> Split(const std::string& text, const std::string& divider, size_t parts) {
+    std::vector<std::string> all;
+    size_t start = 0;
+    while (all.size() + 1 < parts) {
+        const size_t end = text.find(divider, start);
+        if (end == std::string::npos) {
+            break;
+        }
+        all.push_back(text.substr(start, end - start));
+        start = end + divider.size();
+    }
+    all.push_back(text.substr(start));
+    return all;
+}
+
+unsigned char TypeOf(char letter) {
+    switch (letter) {
+    case 'd':
+        return DT_DIR;
+    case 'l':
+        return DT_LNK;
+    case '?':
+        return DT_UNKNOWN;
+    default:
+        return DT_REG;
+    }
+}
+
+bool IsTrue(std::string text) {
+    for (char& c : text) {
+        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
+    }
+    return text == "true";
+}
+
+// What the configuration tree reads from a copy: the tree is fuzzed elsewhere, here it is what the model starts from.
+ModelConfig Read(const std::optional<std::string>& content) {
+    static const MemoryFile file;
+    if (!content.has_value()) {
+        return {};
+    }
+    file.write(*content);
+    XmlConfigureDocument document;
+    SafePointer<XmlConfigureNode> section;
+    std::vector<SafePointer<XmlConfigureItem>> items;
+    if (!document.Load(file.path(), 1, ReadOnly) || !document.GetNode("ProtocolConfig", section) ||
+        !section->GetItems(items)) {
+        return {};
+    }
+    std::vector<ModelRecord> records;
+    for (const SafePointer<XmlConfigureItem>& item : items) {
+        std::string name;
+        std::string enable;
+        static_cast<void>(item->GetString("ProtocolName", name));
+        static_cast<void>(item->GetString("ProtocolEnable", enable));
+        records.push_back({name, IsTrue(enable)});
+    }
+    return records;
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    const std::string input(reinterpret_cast<const char*>(data), size);
+    const std::vector<std::string> parts = Split(input, "\n=====\n", 4);
+
+    Device device;
+    if (parts.size() > 1) {
+        device.hasServices = parts[1] != "none";
+        for (const std::string& line : Split(parts[1], "\n", SIZE_MAX)) {
+            const std::string name(line.c_str()); // no name holds a zero byte
+            if (name.size() > 1) {
+                device.services.push_back({TypeOf(name[0]), name.substr(1, 255)});
+            }
+        }
+    }
+    if (parts.size() > 2) {
+        device.working = parts[2];
+    }
+    if (parts.size() > 3) {
+        device.factory = parts[3];
+    }
+    const std::vector<std::string> arguments = {parts[0].c_str()};
+
+    const Transcript expected = ExpectedRun(device, arguments, Read(device.working), Read(device.factory));
+    CheckEqual(LaunchOn(device, arguments).text(), expected.text(), "the launcher differs from its model");
+    return 0;
+}
