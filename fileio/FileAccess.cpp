@@ -95,9 +95,11 @@ bool FileAccess::OpenWide(const wchar_t* path, uint8_t flags) noexcept {
     }
     std::array<char, PathSize> pathBytes{};
     std::array<char, PathSize> modeBytes{};
-    if (!ToMultibyte(path, pathBytes) || !ToMultibyte(mode.data(), modeBytes)) {
+    if (!ToMultibyte(path, pathBytes)) {
         return false;
     }
+    // A mode converts in every locale: it is ASCII, and fits.
+    static_cast<void>(ToMultibyte(mode.data(), modeBytes));
     stream = std::fopen(pathBytes.data(), modeBytes.data());
     return stream != nullptr;
 }
