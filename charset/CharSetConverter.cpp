@@ -24,9 +24,11 @@ class InputPointer {
 public:
     explicit InputPointer(const char** pointer) noexcept : in(pointer) {}
 
-    operator const char**() const noexcept { return in; } // NOLINT(google-explicit-constructor)
-
-    operator char**() const noexcept { return const_cast<char**>(in); } // NOLINT(google-explicit-constructor)
+    // Made for the one type that the library's header asks for.
+    template <class Char>
+    operator Char**() const noexcept { // NOLINT(google-explicit-constructor)
+        return const_cast<Char**>(in);
+    }
 
 private:
     const char** in;
