@@ -162,6 +162,7 @@ std::vector<Decoy> Decoys() {
         {"a value in single quotes", "<r x='" + many + "'/>"},
         {"a value with the other quotes in it", "<r x='\"' y=\"'" + many + "\"/>"},
         {"a value that never ends", "<r x='" + many},
+        {"a value without quotes that never ends", "<r x=" + Repeat("<a", 6000)},
         {"empty siblings", "<r>" + Repeat("<a/>", 6000) + "</r>"},
         {"empty siblings with attributes", "<r>" + Repeat("<a x='>' y=1/>", 6000) + "</r>"},
         {"siblings with an end tag", "<r>" + Repeat("<a></a>", 6000) + "</r>"},
