@@ -1,6 +1,7 @@
 #include "fileio/FileAccess.h"
 
 #include "tests/support/FailingAllocation.h"
+#include "tests/support/OpenDescriptors.h"
 #include "tests/support/PrintedBy.h"
 #include "tests/support/PrivateMember.h"
 #include "tests/support/RepeatedPages.h"
@@ -17,11 +18,11 @@
 #include <array>
 #include <cerrno>
 #include <clocale>
+#include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <functional>
-#include <iterator>
 #include <map>
 #include <new>
 #include <optional>
@@ -48,11 +49,6 @@ constexpr uint8_t Rewrite = FileUpdate | FileCreate | FileTruncate;
 
 FILE*& StreamOf(FileAccess& file) {
     return file.*Get(FileAccessStream());
-}
-
-// The open descriptors of this process, as the kernel counts them (with the one that reads the list, each time).
-ptrdiff_t OpenDescriptors() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
 }
 
 std::vector<std::string> NamesIn(const std::string& directory) {

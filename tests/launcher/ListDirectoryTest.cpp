@@ -1,6 +1,7 @@
 #include "launcher/ListDirectory.h"
 
 #include "tests/support/FailingAllocation.h"
+#include "tests/support/OpenDescriptors.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -14,6 +15,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
 #include <cstring>
 #include <filesystem>
@@ -123,12 +125,6 @@ class ListDirectoryTest : public testing::Test {
 protected:
     ListDirectoryTest() { replacement = Replacement(); }
 };
-
-// The descriptor through which this is read is among them each time.
-size_t OpenDescriptors() {
-    const fs::directory_iterator descriptors("/proc/self/fd");
-    return static_cast<size_t>(std::distance(begin(descriptors), end(descriptors)));
-}
 
 } // namespace
 
@@ -396,7 +392,7 @@ TEST_F(ListDirectoryTest, TheDirectoryIsClosedAtTheEndAndAfterAnErrorOfReaddir) 
     const TemporaryDirectory dir;
     static_cast<void>(dir.write("file", ""));
     Names names;
-    const size_t before = OpenDescriptors();
+    const ptrdiff_t before = OpenDescriptors();
 
     EXPECT_TRUE(ListDirectory(dir.path(), names, "*"));
     EXPECT_EQ(OpenDescriptors(), before);
@@ -412,7 +408,7 @@ TEST_F(ListDirectoryTest, TheDirectoryIsClosedWhenMemoryRunsOut) {
         static_cast<void>(dir.write(std::string(100, digit), ""));
     }
     const std::string path = dir.path();
-    const size_t before = OpenDescriptors();
+    const ptrdiff_t before = OpenDescriptors();
     size_t failures = 0;
     Names names;
 

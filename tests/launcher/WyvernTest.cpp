@@ -1,5 +1,6 @@
 #include "tests/launcher/OpenWatch.h"
 #include "tests/support/DeviceSandbox.h"
+#include "tests/support/Repeated.h"
 
 #include <gtest/gtest.h>
 
@@ -45,15 +46,6 @@ constexpr const char* AbcStarted = "Run LoadServcie(/factory_setting/ABC_loadser
 constexpr const char* AbcStopped = "Stop LoadServcie(killall -15 ABC_Server) \n";
 constexpr const char* WorkingDisabled = "Protocol(WORKING) disable\n";
 constexpr const char* FactoryDisabled = "Protocol(FACTORY) disable\n";
-
-std::string Repeated(const std::string& text, size_t count) {
-    std::string result;
-    result.reserve(text.size() * count);
-    for (size_t i = 0; i < count; ++i) {
-        result += text;
-    }
-    return result;
-}
 
 std::vector<ConfigEntry> DisabledEntries(size_t count) {
     std::vector<ConfigEntry> entries;

@@ -1,5 +1,6 @@
 #include "xmlconfig/ConfigFile.h"
 
+#include "tests/support/OpenDescriptors.h"
 #include "tests/support/PrivateMember.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -10,9 +11,9 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <filesystem>
-#include <iterator>
 #include <string>
 #include <vector>
 
@@ -22,11 +23,6 @@ PRIVATE_MEMBER(ConfigFileTextLength, std::string, std::string::size_type, _M_str
 namespace {
 
 constexpr int64_t GiB = int64_t{1} << 30;
-
-// Both listings open one descriptor of their own.
-ptrdiff_t OpenDescriptors() {
-    return std::distance(std::filesystem::directory_iterator("/proc/self/fd"), std::filesystem::directory_iterator());
-}
 
 std::string MakeSparseFile(const TemporaryDirectory& dir, int64_t size) {
     const std::string path = dir.write("sparse", "");

@@ -1,6 +1,7 @@
 #include "xmlconfig/XmlConfigureTree.h"
 
 #include "tests/support/PrivateMember.h"
+#include "tests/support/Repeated.h"
 #include "tests/support/SafePointerRecords.h"
 
 #include <gtest/gtest.h>
@@ -67,16 +68,8 @@ protected:
         return tree.FindNode(name, node);
     }
 
-    static std::string Repeat(const std::string& text, size_t count) {
-        std::string all;
-        for (size_t i = 0; i < count; ++i) {
-            all += text;
-        }
-        return all;
-    }
-
     static std::string Nested(size_t depth) {
-        return "<Configure name='x'>" + Repeat("<a>", depth - 1) + Repeat("</a>", depth - 1) + "</Configure>";
+        return "<Configure name='x'>" + Repeated("<a>", depth - 1) + Repeated("</a>", depth - 1) + "</Configure>";
     }
 
     static std::string Printed(XmlConfigureTree& tree) {

@@ -1,6 +1,7 @@
 #include "xmlconfig/XmlNestingLimit.h"
 
 #include "tests/support/ParserDepth.h"
+#include "tests/support/Repeated.h"
 #include "tests/xmlconfig/ShallowNestingLimit.h"
 
 #include <gtest/gtest.h>
@@ -19,17 +20,8 @@ namespace {
 
 constexpr std::array<TiXmlEncoding, 3> Encodings = {TIXML_ENCODING_UNKNOWN, TIXML_ENCODING_UTF8, TIXML_ENCODING_LEGACY};
 
-std::string Repeat(const std::string& text, size_t count) {
-    std::string all;
-    all.reserve(text.size() * count);
-    for (size_t i = 0; i < count; ++i) {
-        all += text;
-    }
-    return all;
-}
-
 std::string Nested(size_t depth) {
-    return Repeat("<a>", depth) + Repeat("</a>", depth);
+    return Repeated("<a>", depth) + Repeated("</a>", depth);
 }
 
 bool Refused(const std::string& text, TiXmlEncoding encoding) {
@@ -79,7 +71,7 @@ public:
             text += pick(100) < 2 * noise ? fragment() : prolog();
         }
         std::vector<std::string> open(prefix, "a");
-        text += Repeat("<a>", prefix);
+        text += Repeated("<a>", prefix);
         for (size_t i = pick(40); i > 0; --i) {
             const unsigned choice = pick(100);
             if (choice < noise) {
@@ -141,7 +133,7 @@ struct Decoy {
 
 // Each holds 6,000 times what looks like an element's start and is none, or none that the parser ever reaches.
 std::vector<Decoy> Decoys() {
-    const std::string many = Repeat("<a>", 6000);
+    const std::string many = Repeated("<a>", 6000);
     return {
         {"a comment before the root", "<!-- " + many + " --><r/>"},
         {"a comment inside the root", "<r><!-- " + many + " --></r>"},
@@ -153,21 +145,22 @@ std::vector<Decoy> Decoys() {
         {"a declaration's value", "<?xml version='" + many + "' encoding=\"" + many + "\"?><r/>"},
         {"a declaration inside the root", "<r><?xml standalone='" + many + "'?></r>"},
         {"a declaration's value that never ends", "<?xml version='" + many},
-        {"an unknown node with an exclamation mark", "<!DOCTYPE " + Repeat("<a", 6000) + "><r/>"},
-        {"an unknown node with a question mark", "<r><?go " + Repeat("<a", 6000) + "?></r>"},
-        {"an unknown node that never ends", "<r><!" + Repeat("<a", 6000)},
-        {"many unknown nodes", "<r>" + Repeat("<!a>", 6000) + Repeat("<?a>", 6000) + Repeat("<1>", 6000) + "</r>"},
-        {"end tags on the top level", Repeat("</a>", 6000)},
+        {"an unknown node with an exclamation mark", "<!DOCTYPE " + Repeated("<a", 6000) + "><r/>"},
+        {"an unknown node with a question mark", "<r><?go " + Repeated("<a", 6000) + "?></r>"},
+        {"an unknown node that never ends", "<r><!" + Repeated("<a", 6000)},
+        {"many unknown nodes",
+         "<r>" + Repeated("<!a>", 6000) + Repeated("<?a>", 6000) + Repeated("<1>", 6000) + "</r>"},
+        {"end tags on the top level", Repeated("</a>", 6000)},
         {"a value in double quotes", "<r x=\"" + many + "\"/>"},
         {"a value in single quotes", "<r x='" + many + "'/>"},
         {"a value with the other quotes in it", "<r x='\"' y=\"'" + many + "\"/>"},
         {"a value that never ends", "<r x='" + many},
-        {"a value without quotes that never ends", "<r x=" + Repeat("<a", 6000)},
-        {"empty siblings", "<r>" + Repeat("<a/>", 6000) + "</r>"},
-        {"empty siblings with attributes", "<r>" + Repeat("<a x='>' y=1/>", 6000) + "</r>"},
-        {"siblings with an end tag", "<r>" + Repeat("<a></a>", 6000) + "</r>"},
-        {"siblings with text and an end tag in two lines", "<r>" + Repeat("<a>text</a\n>", 6000) + "</r>"},
-        {"siblings on the top level", Repeat("<a></a>", 6000)},
+        {"a value without quotes that never ends", "<r x=" + Repeated("<a", 6000)},
+        {"empty siblings", "<r>" + Repeated("<a/>", 6000) + "</r>"},
+        {"empty siblings with attributes", "<r>" + Repeated("<a x='>' y=1/>", 6000) + "</r>"},
+        {"siblings with an end tag", "<r>" + Repeated("<a></a>", 6000) + "</r>"},
+        {"siblings with text and an end tag in two lines", "<r>" + Repeated("<a>text</a\n>", 6000) + "</r>"},
+        {"siblings on the top level", Repeated("<a></a>", 6000)},
         {"behind a text on the top level", "text" + many},
         {"behind a text between the roots", "<r/>text" + many},
         {"behind a wrong end tag", "<r></s>" + many},
@@ -184,11 +177,11 @@ std::vector<Decoy> Decoys() {
         {"behind a hexadecimal reference without an end", "<r>&#x41" + many},
         {"behind a bad reference in a value", "<r x='&#xZZ;'>" + many},
         {"behind a declaration that stops", "<?xml version ?>" + many},
-        {"behind a declaration that never ends", "<?xml " + Repeat("<a ", 6000)},
+        {"behind a declaration that never ends", "<?xml " + Repeated("<a ", 6000)},
         {"inside a reference that ends far away", "<r>&#x" + many + "x41;</r>"},
         {"inside a decimal reference that ends far away", "<r>&#" + many + "#65;</r>"},
         {"inside a reference in a value", "<r x='&#x'>" + many + "x41;'/>"},
-        {"inside a name", "<r" + Repeat("a:b", 6000) + "/>"},
+        {"inside a name", "<r" + Repeated("a:b", 6000) + "/>"},
     };
 }
 
@@ -217,8 +210,8 @@ TEST(XmlNestingLimitTest, FiveThousandAndOneElementsInsideOneAnotherAreRefused) 
 }
 
 TEST(XmlNestingLimitTest, AnEmptyElementCountsLikeAnOpenOne) {
-    EXPECT_FALSE(Refused(Repeat("<a>", 4999) + "<b/>", TIXML_ENCODING_UTF8));
-    EXPECT_TRUE(Refused(Repeat("<a>", 5000) + "<b/>", TIXML_ENCODING_UTF8));
+    EXPECT_FALSE(Refused(Repeated("<a>", 4999) + "<b/>", TIXML_ENCODING_UTF8));
+    EXPECT_TRUE(Refused(Repeated("<a>", 5000) + "<b/>", TIXML_ENCODING_UTF8));
 }
 
 // A parse of such a text would overflow the stack, or take hours.
@@ -251,7 +244,7 @@ TEST(XmlNestingLimitTest, WhatOnlyLooksLikeElementsIsAccepted) {
 }
 
 TEST(XmlNestingLimitTest, DepthIsSeenBehindWhatOnlyLooksLikeAnEndOfIt) {
-    const std::string deep = Repeat("<a>", ShallowDepth + 1);
+    const std::string deep = Repeated("<a>", ShallowDepth + 1);
     const std::vector<Decoy> cases = {
         {"a comment", "<!-- -- > --><r><!--></r>-->" + deep},
         {"a CDATA section", "<r><![CDATA[</r><!--]]>" + deep},
@@ -259,7 +252,7 @@ TEST(XmlNestingLimitTest, DepthIsSeenBehindWhatOnlyLooksLikeAnEndOfIt) {
         {"unknown nodes", "<!DOCTYPE '><?go \"><r></r ><r>" + deep},
         {"values", "<r x='/>' y=\"</r>\" z=a&amp;b>" + deep},
         {"text with references", "<r>&lt;/r&gt; &#65; &#x41; & &unknown;" + deep},
-        {"closed siblings", "<r>" + Repeat("<b></b>", 6000) + deep},
+        {"closed siblings", "<r>" + Repeated("<b></b>", 6000) + deep},
         {"a closed root", "<r></r>" + deep},
         {"white space", " \n\t<r> \r\n" + deep},
     };
@@ -273,7 +266,7 @@ TEST(XmlNestingLimitTest, DepthIsSeenBehindWhatOnlyLooksLikeAnEndOfIt) {
 // The parser looks for the ";" of a numeric reference as far as the text goes, and reads its digits back from there to
 // the nearest "x" or "#": quotes, tags and comments between are part of the reference.
 TEST(XmlNestingLimitTest, DepthIsSeenBehindAReferenceThatSwallowsMarkup) {
-    const std::string deep = Repeat("<a>", MaxElementDepth + 1);
+    const std::string deep = Repeated("<a>", MaxElementDepth + 1);
     const std::vector<Decoy> cases = {
         {"a quote, hexadecimal", "<r x=\"&#x\" 'x41;\">" + deep},
         {"a quote, decimal", "<r x=\"&#\" '#65;\">" + deep},
@@ -287,7 +280,7 @@ TEST(XmlNestingLimitTest, DepthIsSeenBehindAReferenceThatSwallowsMarkup) {
 }
 
 TEST(XmlNestingLimitTest, TheEncodingDecidesWhatAByteSwallows) {
-    const std::string deep = Repeat("<a>", 2 * ShallowDepth);
+    const std::string deep = Repeated("<a>", 2 * ShallowDepth);
     const std::string quoted = "<r x=\"\xE5\">" + deep + "\"/>";
     const std::string tag = "<r>\xF0<!--" + deep;
     const std::vector<EncodingDecoy> cases = {
@@ -305,8 +298,8 @@ TEST(XmlNestingLimitTest, TheEncodingDecidesWhatAByteSwallows) {
         {"a quote, with a byte-order mark", "\xEF\xBB\xBF" + quoted, false, false, false},
         {"the start of a comment, with a byte-order mark", "\xEF\xBB\xBF" + tag, true, true, false},
         {"a byte-order mark for white space", "<r>\xEF\xBB\xBF\xEF\xBF\xBE\xEF\xBF\xBF" + deep, true, true, true},
-        {"a name of byte 127, which counts as a letter", Repeat("<\x7F>", 2 * ShallowDepth), true, true, true},
-        {"a byte-order mark in front of a name", Repeat("<\xEF\xBB\xBF\x61>", 2 * ShallowDepth), true, true, true},
+        {"a name of byte 127, which counts as a letter", Repeated("<\x7F>", 2 * ShallowDepth), true, true, true},
+        {"a byte-order mark in front of a name", Repeated("<\xEF\xBB\xBF\x61>", 2 * ShallowDepth), true, true, true},
     };
     for (const EncodingDecoy& c : cases) {
         EXPECT_EQ(RefusedWhenShallow(c.text, TIXML_ENCODING_UNKNOWN), c.asUnknown) << c.name << ", unknown";
@@ -317,7 +310,7 @@ TEST(XmlNestingLimitTest, TheEncodingDecidesWhatAByteSwallows) {
 
 // At the real limit: the first declaration switches the parse to UTF-8, where E5 takes the quote along.
 TEST(XmlNestingLimitTest, WhatAByteSwallowsBehindTheFirstDeclarationIsAccepted) {
-    const std::string value = "<r x=\"\xE5\">" + Repeat("<a>", 6000) + "\"/>";
+    const std::string value = "<r x=\"\xE5\">" + Repeated("<a>", 6000) + "\"/>";
 
     EXPECT_FALSE(Refused("<?xml encoding='utf-8'?>" + value, TIXML_ENCODING_UNKNOWN));
     EXPECT_TRUE(Refused("<?xml encoding='gb2312'?>" + value, TIXML_ENCODING_UNKNOWN));
