@@ -1,5 +1,6 @@
 #pragma once
 
+#include "runtime/ThreadSafety.h"
 #include "runtime/WyMutex.h"
 
 #include <map>
@@ -18,5 +19,5 @@ public:
 
 private:
     WyMutex lock;
-    std::map<std::string, const void*> names; ///< keyed by type name; guarded by lock
+    std::map<std::string, const void*> names WY_GUARDED_BY(lock); ///< keyed by type name
 };

@@ -1,5 +1,6 @@
 #include "runtime/SafePointerPool.h"
 
+#include "runtime/ThreadSafety.h"
 #include "runtime/WyMutexGuard.h"
 #include "runtime/WyRuntimeError.h"
 
@@ -17,6 +18,13 @@ constexpr size_t GrowthWords = GrowthRecords / BitsPerWord;
 // Tested before a growth, so that the last growth leads from 19,968 to 20,096 records.
 constexpr size_t GrowthLimit = 20000;
 constexpr size_t NoSlot = SIZE_MAX;
+
+// Not checked for the record's lock, which guards the count: a free record is used by nobody else, and the pool, whose
+// lock comes after a record's, must not take it.
+WY_NO_THREAD_SAFETY_ANALYSIS void HandOut(SafePointerRecord& record, void* address) noexcept {
+    record.address = address;
+    record.count = 1;
+}
 
 } // namespace
 
@@ -49,8 +57,7 @@ SafePointerRecord* SafePointerPool::acquireRecord(void* address, const char* /*t
     }
     usedBits[slot / BitsPerWord] |= 1U << (slot % BitsPerWord);
     SafePointerRecord* record = records[slot];
-    record->address = address;
-    record->count = 1;
+    HandOut(*record, address);
     return record;
 }
 

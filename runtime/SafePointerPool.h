@@ -2,6 +2,7 @@
 
 #include "runtime/SafePointerNameManager.h"
 #include "runtime/SafePointerRecord.h"
+#include "runtime/ThreadSafety.h"
 #include "runtime/WyMutex.h"
 
 #include <cstddef>
@@ -32,21 +33,22 @@ public:
     /// Deliberate: an address that is registered already is not looked for.
     /// @param typeName accepted and ignored.
     /// Throws `WyRuntimeError` "too much safe poniter" when all 20,096 records are taken.
-    SafePointerRecord* acquireRecord(void* address, const char* typeName);
+    SafePointerRecord* acquireRecord(void* address, const char* typeName) WY_EXCLUDES(lock);
 
     /// Gives a record back: its `address` becomes null; its `count` is the caller's, who has brought it to 0.
     /// @param typeName accepted and ignored.
     /// Throws `WyRuntimeError` "double free poniter(0x%08x)", with the low 32 bits of the record's address, when the
     /// record is not taken.
-    void releaseRecord(SafePointerRecord* record, const char* typeName);
+    void releaseRecord(SafePointerRecord* record, const char* typeName) WY_EXCLUDES(lock);
 
 private:
-    size_t findFreeSlot() const noexcept;
-    void grow();
+    size_t findFreeSlot() const noexcept WY_REQUIRES(lock);
+    void grow() WY_REQUIRES(lock);
 
-    std::vector<SafePointerRecord*> records; ///< entry i is the record whose index is i
-    std::vector<uint32_t> usedBits;          ///< bit i is set exactly while record i is taken; a word per 32 records
-    SafePointerNameManager names;
-    WyMutex lock;  ///< guards all of this, and a record's address and count while it is taken or given back
-    uint64_t hint; ///< slot given back last
+    std::vector<SafePointerRecord*> records WY_GUARDED_BY(lock); ///< entry i is the record whose index is i
+    /// Bit i is set exactly while record i is taken; a word per 32 records.
+    std::vector<uint32_t> usedBits WY_GUARDED_BY(lock);
+    SafePointerNameManager names WY_GUARDED_BY(lock);
+    WyMutex lock; ///< guards all of this, and a record's address and count while it is taken or given back
+    uint64_t hint WY_GUARDED_BY(lock); ///< slot given back last
 };

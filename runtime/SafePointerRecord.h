@@ -1,5 +1,6 @@
 #pragma once
 
+#include "runtime/ThreadSafety.h"
 #include "runtime/WyMutex.h"
 
 #include <cstdint>
@@ -16,8 +17,11 @@ struct SafePointerRecord {
     SafePointerRecord(const SafePointerRecord&) = delete;
     SafePointerRecord& operator=(const SafePointerRecord&) = delete;
 
-    WyMutex lock;         ///< guards `count` for the safe pointers; taken before the pool's lock
-    uint64_t count;       ///< number of safe pointers that share the object; the pool sets it under its own lock
+    /// Guards `count` for the safe pointers; taken before the pool's lock.
+    WyMutex lock;
+    /// Number of safe pointers that share the object; the pool sets it, on a free record, under its own lock.
+    uint64_t count WY_GUARDED_BY(lock);
     const uint64_t index; ///< the record's slot in the pool
-    void* address;        ///< the registered object; written under the pool's lock
+    /// The registered object. Written under the pool's lock and read under this record's, which no attribute can say.
+    void* address;
 };

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "runtime/ISinglton.h"
+#include "runtime/ThreadSafety.h"
 #include "runtime/WyMutex.h"
 
 #include <vector>
@@ -18,7 +19,7 @@ public:
 
     /// Takes over `singleton`, to be deleted at exit. Null is accepted and skipped then. Throws std::bad_alloc, and has
     /// not taken anything over then.
-    void add(ISinglton* singleton);
+    void add(ISinglton* singleton) WY_EXCLUDES(lock);
 
     SingletonRegistry(const SingletonRegistry&) = delete;
     SingletonRegistry& operator=(const SingletonRegistry&) = delete;
@@ -28,5 +29,5 @@ private:
     ~SingletonRegistry();
 
     WyMutex lock;
-    std::vector<ISinglton*> entries; ///< in order of creation; guarded by lock
+    std::vector<ISinglton*> entries WY_GUARDED_BY(lock); ///< in order of creation
 };

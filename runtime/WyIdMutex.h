@@ -1,5 +1,6 @@
 #pragma once
 
+#include "runtime/ThreadSafety.h"
 #include "runtime/WyMutex.h"
 
 #include <cstdint>
@@ -11,7 +12,7 @@
 /// Fails:   the constructor with std::bad_alloc; nothing is kept then.
 /// Threads: `lock` and `unlock` from any. None may be made or destroyed once exit-time clean-up has begun: the
 ///          allocator of the numbers is gone then.
-class WyIdMutex {
+class WY_CAPABILITY("mutex") WyIdMutex {
 public:
     WyIdMutex();
     ~WyIdMutex();
@@ -19,9 +20,9 @@ public:
     WyIdMutex& operator=(const WyIdMutex&) = delete;
 
     /// As `WyMutex::lock` and `WyMutex::unlock`.
-    int32_t lock() noexcept { return mutex->lock(); }
+    int32_t lock() noexcept WY_ACQUIRE() { return mutex->lock(); }
 
-    int32_t unlock() noexcept { return mutex->unlock(); }
+    int32_t unlock() noexcept WY_RELEASE() { return mutex->unlock(); }
 
     uint32_t getId() const noexcept { return id; }
 

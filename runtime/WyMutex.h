@@ -1,5 +1,7 @@
 #pragma once
 
+#include "runtime/ThreadSafety.h"
+
 #include <pthread.h>
 
 #include <atomic>
@@ -12,7 +14,11 @@
 /// Fails:   by result: 0, -1 or -2. Nothing is thrown or printed; the results of the pthread calls are not looked at.
 /// Threads: `lock` and `unlock` from any; `init` and `destroy` from one, while nobody else uses the mutex. Locking
 ///          twice from one thread blocks for good.
-class WyMutex {
+///
+/// Clang's analysis of what is locked takes every `lock` for one that holds the mutex afterwards and every `unlock` for
+/// one that releases it. It can follow a result to one meaning only, and -2 from `lock` has two, with the mutex held and
+/// without; nor do the runtime's own callers look at it, but for one.
+class WY_CAPABILITY("mutex") WyMutex {
 public:
     /// What `mark` holds while the mutex is initialised; anything else means that it is not.
     static constexpr uint32_t InitialisedMark = 0x55aa55aa;
@@ -25,9 +31,9 @@ public:
     int32_t init() noexcept;
     /// @return 0 with the mutex held; -2 without locking when the mutex is not initialised; -2 too, deliberately with
     ///         the mutex held, when the mark was lost while the call waited.
-    int32_t lock() noexcept;
+    int32_t lock() noexcept WY_ACQUIRE();
     /// @return 0 when the mutex was released, -2 when it is not initialised (nothing is released).
-    int32_t unlock() noexcept;
+    int32_t unlock() noexcept WY_RELEASE();
     /// Destroys the pthread mutex of an initialised object. Deliberate: the mark stays, so that the object still counts
     /// as initialised afterwards.
     void destroy() noexcept;

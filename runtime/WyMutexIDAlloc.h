@@ -1,6 +1,7 @@
 #pragma once
 
 #include "runtime/Singlton.h"
+#include "runtime/ThreadSafety.h"
 #include "runtime/WyMutex.h"
 
 #include <cstdint>
@@ -18,13 +19,13 @@ public:
     ~WyMutexIDAlloc() override;
 
     /// @return the lowest number that is not taken, starting with 0. The bitmap grows by room for 320 numbers.
-    uint32_t allocId();
+    uint32_t allocId() WY_EXCLUDES(lock);
     /// Gives a number back. Deliberately unchecked: `id` must come from `allocId` of this object. Giving back a free
     /// number changes nothing; one beyond the bitmap is undefined.
-    void freeId(uint32_t id) noexcept;
+    void freeId(uint32_t id) noexcept WY_EXCLUDES(lock);
 
 private:
     WyMutex lock;
-    uint32_t wordCount;                ///< number of words in `words`; guarded by lock
-    std::unique_ptr<uint32_t[]> words; ///< the bitmap, null while wordCount is 0; guarded by lock
+    uint32_t wordCount WY_GUARDED_BY(lock);                ///< number of words in `words`
+    std::unique_ptr<uint32_t[]> words WY_GUARDED_BY(lock); ///< the bitmap, null while wordCount is 0
 };
