@@ -14,8 +14,10 @@ int iconv_close(iconv_t descriptor);
 }
 #endif
 
+#include <cstdint>
 #include <memory>
 #include <new>
+#include <string>
 
 int32_t Utf8ToWideBuffer(const char* in, uint32_t inLen, wchar_t* out, uint32_t outBytes) {
     iconv_t descriptor = iconv_open("WCHAR_T", "UTF8");
@@ -36,6 +38,8 @@ int32_t Utf8ToWide(const std::string& in, std::wstring& out) {
     const auto inLen = static_cast<uint32_t>(in.length());
     // One byte of UTF-8 never yields more than one wide character, and one more stays zero as the terminator.
     const uint32_t elements = inLen + 1;
+    // The length is any 32-bit number, and the sum wraps.
+    // cppcheck-suppress knownConditionTrueFalse
     if (static_cast<int32_t>(elements) < 0) {
         throw std::bad_array_new_length();
     }

@@ -3,10 +3,8 @@
 #include "charset/CharSetConverter.h"
 
 #include <sys/stat.h>
-#include <sys/types.h>
 
 #include <array>
-#include <cstddef>
 #include <cstdlib>
 #include <cwchar>
 #include <stdexcept>

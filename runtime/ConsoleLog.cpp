@@ -3,7 +3,6 @@
 #include "runtime/LogSettings.h"
 
 #include <cstdarg>
-#include <cstddef>
 #include <cstdio>
 #include <cstring>
 

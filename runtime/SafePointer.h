@@ -3,6 +3,7 @@
 #include "runtime/BaseSafePointer.h"
 #include "runtime/SafePointerPool.h"
 #include "runtime/SafePointerRecord.h"
+#include "runtime/WyMutex.h"
 #include "runtime/WyRuntimeError.h"
 
 #include <typeinfo>

@@ -3,7 +3,9 @@
 #include <cstdint>
 #include <string>
 
-class TiXmlElement;
+// TinyXML's header stays out of ours, so each declares the types that it names, and takes them from no other.
+// IWYU pragma: no_include "xmlconfig/XmlConfigureItem.h"
+class TiXmlElement; // IWYU pragma: keep
 
 /// Reads "true" or "false" in any letter case.
 /// @return false, with `out` as it was, for any other text: a blank, or a digit such as "1", is not accepted.

@@ -7,8 +7,9 @@
 #include <string>
 #include <vector>
 
+// TinyXML's header stays out of ours, so each declares the types that it names, and takes them from no other.
 class TiXmlDocument;
-class TiXmlElement;
+class TiXmlElement; // IWYU pragma: keep
 
 /// One node of the configuration tree: an element "Configure" beneath the root or another node. Nodes are found by
 /// name; they cannot be listed, and do not tell their names.

@@ -8,7 +8,6 @@
 #include <tinyxml.h>
 
 #include <algorithm>
-#include <cstddef>
 #include <cstring>
 #include <memory>
 

@@ -7,8 +7,10 @@
 #include <memory>
 #include <string>
 
-class TiXmlDocument;
-class TiXmlElement;
+// TinyXML's header stays out of ours, so each declares the types that it names, and takes them from no other.
+// IWYU pragma: no_include "xmlconfig/XmlConfigureItem.h"
+class TiXmlDocument; // IWYU pragma: keep
+class TiXmlElement;  // IWYU pragma: keep
 
 /// The parsed XML document behind an `XmlConfigureDocument`, which alone uses it.
 ///
