@@ -58,7 +58,9 @@ void Write(int32_t level, const char* text) {
 
 } // namespace
 
-// NOLINTNEXTLINE(cert-dcl50-cpp): the rules of printf are the interface, and the compiler checks them by attribute.
+// The rules of printf are the interface, and the compiler checks them by attribute. Callers use an object, though it has
+// no data.
+// NOLINTNEXTLINE(cert-dcl50-cpp,readability-convert-member-functions-to-static)
 int32_t ConsoleLog::print(int32_t level, const char* module, const char* format, ...) const {
     const LogSettings& settings = LogSettings::instance();
     if (!settings.isEnabled() || settings.getMaxLevel() < level) {

@@ -29,7 +29,7 @@ WY_NO_THREAD_SAFETY_ANALYSIS void HandOut(SafePointerRecord& record, void* addre
 } // namespace
 
 SafePointerPool* SafePointerPool::instance() {
-    static SafePointerPool* const pool = new SafePointerPool;
+    static auto* const pool = new SafePointerPool;
     return pool;
 }
 

@@ -23,7 +23,7 @@ bool ReadFileToString(const std::string& path, std::string& out) {
         return false;
     }
     std::string content(static_cast<size_t>(size), '\0');
-    if (file.Read(&content[0], static_cast<uint32_t>(size)) != size) {
+    if (file.Read(content.data(), static_cast<uint32_t>(size)) != size) {
         return false;
     }
     out = std::move(content);
