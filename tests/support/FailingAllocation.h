@@ -20,3 +20,6 @@ public:
     /// @return whether the failure has happened.
     static bool happened();
 };
+
+/// @return whether this thread is inside operator new: the memory that the heap is asked for now is for a caller of it.
+bool IsInsideOperatorNew() noexcept;
