@@ -526,9 +526,11 @@ TEST(CharSetConverterTest, ANameThatTheLibraryRefusesGivesAConverterThatConverts
         CharSetConverter converter("utf-8", "no-such-set");
         std::string out = "####";
         size_t outLeft = 3;
+        errno = 0;
 
         EXPECT_EQ(converter.Convert("abc", 3, out.data(), &outLeft), Failed);
 
+        EXPECT_EQ(errno, EBADF);
         EXPECT_EQ(outLeft, 3U);
         EXPECT_EQ(out, std::string("\0###", 4));
     }

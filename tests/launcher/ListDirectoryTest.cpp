@@ -39,6 +39,7 @@ struct Replacement {
     Names* opened = nullptr;           // takes the paths given to opendir, if a test asks for them
     std::array<int, 2> fnmatchFlags{}; // of the first calls
     size_t fnmatchCalls = 0;
+    bool fnmatchFails = false; // as glibc's does without memory: neither a match nor FNM_NOMATCH
 };
 
 Replacement replacement;
@@ -102,7 +103,7 @@ int __wrap_fnmatch(const char* pattern, const char* name, int flags) {
         replacement.fnmatchFlags[replacement.fnmatchCalls] = flags;
     }
     ++replacement.fnmatchCalls;
-    return __real_fnmatch(pattern, name, flags);
+    return replacement.fnmatchFails ? -1 : __real_fnmatch(pattern, name, flags);
 }
 }
 
@@ -320,6 +321,16 @@ TEST_F(ListDirectoryTest, EveryNameIsMatchedWithTheFlagsPathnameAndPeriod) {
     EXPECT_EQ(replacement.fnmatchCalls, 2U);
     EXPECT_EQ(replacement.fnmatchFlags, (std::array<int, 2>{5, 5}));
     EXPECT_EQ(FNM_PATHNAME | FNM_PERIOD, 5);
+}
+
+TEST_F(ListDirectoryTest, ANameWhoseMatchCannotBeFoundOutIsLeftOut) {
+    const TemporaryDirectory dir;
+    static_cast<void>(dir.write("one", ""));
+    replacement.fnmatchFails = true;
+
+    EXPECT_EQ(ListSorted(dir.path(), "*"), Names());
+
+    EXPECT_EQ(replacement.fnmatchCalls, 1U);
 }
 
 TEST_F(ListDirectoryTest, NamesComeInTheOrderInWhichTheDirectoryYieldsThemUnsorted) {
