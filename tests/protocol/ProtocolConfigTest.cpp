@@ -458,6 +458,14 @@ TEST_F(ProtocolConfigTest, TwentyThousandEntriesAreRead) {
     }
 }
 
+TEST_F(ProtocolConfigTest, TheListTakesNoMoreRoomThanItsRecordsNeed) {
+    ProtocolConfig config;
+
+    ASSERT_TRUE(config.parse(dir.write("five.xml", Section(Entries(5)))));
+
+    EXPECT_EQ(config.getProtocolList().capacity(), 5U) << "grown record by record it would have room for eight";
+}
+
 // The section takes one of the 20,096 records.
 TEST_F(ProtocolConfigTest, AsManyEntriesAsThePoolHasRecordsBesideTheSectionAreRead) {
     ProtocolConfig config;
