@@ -40,7 +40,7 @@ public:
     static bool MakeOpenMode(uint8_t flags, wchar_t* mode) noexcept;
 
     /// Opens by a path that goes to fopen(3) unchanged.
-    /// @return whether a stream is open. A null path or refused flags leave the stream as it was; a failed fopen leaves
+    /// @return whether this call opened a stream. A null path or refused flags leave the stream as it was; a failed fopen leaves
     ///         none.
     bool Open(const char* path, uint8_t flags) noexcept;
 

@@ -19,8 +19,8 @@ constexpr size_t GrowthWords = GrowthRecords / BitsPerWord;
 constexpr size_t GrowthLimit = 20000;
 constexpr size_t NoSlot = SIZE_MAX;
 
-// Not checked for the record's lock, which guards the count: a free record is used by nobody else, and the pool, whose
-// lock comes after a record's, must not take it.
+// Not checked for the record's lock, which guards the count: nobody who uses a free record rightly touches its count,
+// and the pool, whose lock comes after a record's, must not take that one.
 WY_NO_THREAD_SAFETY_ANALYSIS void HandOut(SafePointerRecord& record, void* address) noexcept {
     record.address = address;
     record.count = 1;

@@ -5,8 +5,8 @@
 
 /// Holds a `WyMutex` for the length of a scope, also when an exception leaves it.
 ///
-/// Like all users of the runtime's own locks it does not look at the results: a mutex that lost its mark protects
-/// nothing any more, and there is nobody to tell. Not copied.
+/// It does not look at the results: a mutex that lost its mark protects nothing any more, and there is nobody to tell.
+/// Not copied.
 class WY_SCOPED_CAPABILITY WyMutexGuard {
 public:
     explicit WyMutexGuard(WyMutex& guarded) noexcept WY_ACQUIRE(guarded) : mutex(guarded) {

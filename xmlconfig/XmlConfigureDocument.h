@@ -20,7 +20,8 @@ enum XmlOpenMode : uint32_t {
 ///
 /// Owns:    the parsed tree. Nodes and items point into it: let them go before the document is destroyed or loaded
 ///          again. Not copied.
-/// Fails:   by result, without a word; throws only std::bad_alloc and, from `GetNode`, what the safe pointers throw.
+/// Fails:   by result; throws only what `ReadFileToString` does and, from `GetNode`, what the safe pointers throw. Nothing
+///          is printed, but for the converter's line in the log when a conversion cannot be opened.
 /// Threads: one, from Load to Save.
 class XmlConfigureDocument {
 public:
@@ -33,9 +34,9 @@ public:
     /// `charset`: pass `CharSetUtf8` (charset/CharSetConverter.h) to read texts as UTF-8, whatever they are written in.
     ///
     /// A text is UTF-8 when its declaration says so; deliberately, any other is taken as GB2312, one without a
-    /// declaration or with a byte-order mark too, unless an earlier text of this object declared UTF-8. Where that is
-    /// not what was asked for, the text is converted, and cut where it does not convert. In `Create` mode a second Load
-    /// appends to what the first one left.
+    /// declaration or with a byte-order mark too, unless the last text of this object that had a declaration declared
+    /// UTF-8. Where that is not what was asked for, the text is converted, and cut where it does not convert. In
+    /// `Create` mode a second Load appends to what the first one left.
     /// @param path any that fopen(3) takes; `Save` opens only paths in ASCII.
     /// @param charset code of `CharSetType`. With 3 (UTF-16) every Load fails: the text ends at its first zero byte.
     /// @param mode an `XmlOpenMode`.

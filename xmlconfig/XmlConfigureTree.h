@@ -33,8 +33,8 @@ public:
     bool ParseText(const std::string& text, uint32_t charset);
 
     /// @return whether the last `ParseText` that met a declaration on the top level found UTF-8: an encoding of "UTF-8"
-    ///         or "UTF8" in any letter case, or an empty or missing one. False before; a text without a declaration, or
-    ///         with a byte-order mark in front, changes nothing.
+    ///         or "UTF8" in any letter case, or an empty or missing one. False before; a text without a declaration,
+    ///         with a byte-order mark in front, or nested too deep to be parsed, changes nothing.
     bool IsUtf8() const noexcept;
 
     /// Parses a text as UTF-8 when `charset` is 1 and bytewise for every other charset, and checks its root.
