@@ -53,6 +53,8 @@ public:
     /// for further saving. In every other case nothing is written.
     ///
     /// Deliberate: the text of a document that was not loaded as UTF-8 is converted from GB2312, whatever its charset.
+    /// After a Load that failed, what is left of the tree is written to the file of the last one that succeeded; it may
+    /// be nothing.
     /// @return false when it could not be printed, converted at all (the file is left alone then) or written whole; it
     ///         can be saved again then. True otherwise, also when there was nothing to write.
     bool Save();
