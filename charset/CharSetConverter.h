@@ -29,7 +29,7 @@ public:
     ///
     /// The call stops at the first invalid or incomplete sequence, at the first character that the target set lacks,
     /// and when the output is full (GNU libiconv's iconv(3)). The library itself drops the tag characters U+E0000 to
-    /// U+E007F that a target set lacks, and goes on.
+    /// U+E007F that a target set lacks, and goes on; in UTF-16 it writes U+FFFD for U+FFFE.
     /// @param inBuf   `inLen` bytes.
     /// @param outBuf  room for `*outLeft` bytes, and for the zero byte behind them when the library fills them all.
     /// @param outLeft bytes left of the output: updated as the library does, the zero byte not counted.

@@ -159,7 +159,8 @@ std::string EncodeUtf8(const std::vector<uint32_t>& characters) {
     return text;
 }
 
-// With a mark in front, big-endian; nothing at all for no character.
+// With a mark in front, big-endian; nothing at all for no character. U+FFFE is no character and would look like a mark:
+// the library writes its replacement character instead.
 std::string EncodeUtf16(const std::vector<uint32_t>& characters) {
     std::string text;
     const auto unit = [&text](uint32_t value) {
@@ -170,7 +171,9 @@ std::string EncodeUtf16(const std::vector<uint32_t>& characters) {
         unit(0xFEFF);
     }
     for (const uint32_t c : characters) {
-        if (c < 0x10000) {
+        if (c == 0xFFFE) {
+            unit(0xFFFD);
+        } else if (c < 0x10000) {
             unit(c);
         } else {
             unit(0xD800 + ((c - 0x10000) >> 10U));

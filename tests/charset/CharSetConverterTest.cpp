@@ -321,6 +321,11 @@ TEST(CharSetConverterTest, TagCharactersAreLeftOutOfSetsThatLackThem) {
     EXPECT_EQ(Converted(in, CharSetUtf8, CharSetUtf8), in);
 }
 
+// GNU libiconv's doing, too: in UTF-16 the character would be a mark of the other byte order.
+TEST(CharSetConverterTest, TheReplacementCharacterStandsForUFffeInUtf16) {
+    EXPECT_EQ(Converted("\xe8\xa9\xaa\xef\xbf\xbe", CharSetUtf8, CharSetUtf16), "\xfe\xff\x8a\x6a\xff\xfd");
+}
+
 TEST(CharSetConverterTest, AZeroByteEndsTheResultThoughTheWholeTextIsConverted) {
     const std::string in("ab\0cd", 5);
 
