@@ -1,5 +1,6 @@
 #include "xmlconfig/ConfigFile.h"
 
+#include "tests/support/FailingAllocation.h"
 #include "tests/support/OpenDescriptors.h"
 #include "tests/support/PrivateMember.h"
 #include "tests/support/TemporaryDirectory.h"
@@ -14,6 +15,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
+#include <new>
 #include <string>
 #include <vector>
 
@@ -154,6 +156,20 @@ TEST(ConfigFileTest, AFileOfTwoGibibytesIsRefusedWithoutMemoryForIt) {
     EXPECT_LT(PeakMemory() - before, GiB);
 }
 
+// The memory for it is asked for, which the refusal of a larger file never comes to.
+TEST(ConfigFileTest, AFileOfTwoGibibytesLessOneIsNotRefused) {
+    const TemporaryDirectory dir;
+    const std::string path = MakeSparseFile(dir, 2 * GiB - 1);
+    std::string text = "before";
+
+    {
+        const FailingAllocation failing(0);
+        EXPECT_THROW(static_cast<void>(ReadFileToString(path, text)), std::bad_alloc);
+    }
+
+    EXPECT_EQ(text, "before");
+}
+
 TEST(ConfigFileTest, AMissingFileIsWritten) {
     const TemporaryDirectory dir;
 
@@ -248,6 +264,16 @@ TEST(ConfigFileTest, ATextOfTwoGibibytesIsRefusedAndLeavesTheFile) {
 
     text.*Get(ConfigFileTextLength()) = 0;
     EXPECT_EQ(ReadWholeFile(path), "before");
+}
+
+TEST(ConfigFileTest, ATextOfTwoGibibytesLessOneIsWritten) {
+    std::string text;
+    text.reserve(static_cast<size_t>(2 * GiB)); // address space only: the device does not look at what it is given
+    text.*Get(ConfigFileTextLength()) = static_cast<size_t>(2 * GiB - 1);
+
+    EXPECT_TRUE(WriteStringToFile("/dev/null", text));
+
+    text.*Get(ConfigFileTextLength()) = 0;
 }
 
 TEST(ConfigFileTest, NoFileIsLeftOpenWhateverTheResult) {
