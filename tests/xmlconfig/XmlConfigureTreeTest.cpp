@@ -158,6 +158,7 @@ TEST_F(XmlConfigureTreeTest, TheDeclarationDecidesWhetherATextIsUtf8) {
         {"<?xml version='1.0' encoding='UTF-16'?><a/>", TIXML_ENCODING_LEGACY},
         {"<?xml version='1.0' encoding='gb2312'?><a/>", TIXML_ENCODING_LEGACY},
         {"<?xml version='1.0' encoding='GBK'?><a/>", TIXML_ENCODING_LEGACY},
+        {"<?xml version='1.0' encoding='\xC3\xBCtf-8'?><a/>", TIXML_ENCODING_LEGACY},
         {"<?xml version='1.0' encoding='gb2312'?><?xml encoding='utf-8'?><a/>", TIXML_ENCODING_LEGACY},
         {"<?xml version='1.0' encoding='utf-8'?><?xml encoding='gb2312'?><a/>", TIXML_ENCODING_UTF8},
         {"<!-- c --><?xml version='1.0' encoding='gb2312'?><a/>", TIXML_ENCODING_LEGACY},
@@ -403,6 +404,24 @@ TEST_F(XmlConfigureTreeTest, ATextWithoutADeclarationIsParsedBytewiseToLearnItsE
     EXPECT_FALSE(tree.ParseText("<?xml encoding='utf-8'?><a b='\xE5' c=''/>", 1));
 }
 
+// The library asks for no end of a comment: it reads one to the zero byte behind the text.
+TEST_F(XmlConfigureTreeTest, ACommentThatIsNotClosedEndsWithTheText) {
+    XmlConfigureTree tree;
+
+    EXPECT_TRUE(tree.ParseAndValidate("<Configure name='x'/><!--abc", 1));
+
+    EXPECT_EQ(Printed(tree), "<Configure name=\"x\" />\n<!--abc-->\n");
+}
+
+TEST_F(XmlConfigureTreeTest, ThePositionsOfElementsAreNotKept) {
+    XmlConfigureTree tree;
+
+    ASSERT_TRUE(tree.ParseAndValidate("\n <Configure name='x'/>", 1));
+
+    EXPECT_EQ(RootOf(tree)->Row(), 1) << "and not the second row";
+    EXPECT_EQ(RootOf(tree)->Column(), 1) << "and not its second column";
+}
+
 // The parser steps over a sequence by the length that its first byte promises: up to three bytes beyond the text. Left
 // behind in the heap, where it would go on, is what would close the element. A build of the library with an address
 // sanitizer sees every other byte too many.
@@ -518,7 +537,7 @@ TEST_F(XmlConfigureTreeTest, ARefusedTextIsInErrorAlsoWhenTheDocumentWasInErrorB
     EXPECT_FALSE(tree.ParseText(Nested(5001), 1));
 
     ExpectCleared(tree);
-    EXPECT_NE(DocumentOf(tree).ErrorId(), TiXmlBase::TIXML_ERROR_DOCUMENT_EMPTY);
+    EXPECT_EQ(DocumentOf(tree).ErrorId(), TiXmlBase::TIXML_ERROR_PARSING_ELEMENT);
 }
 
 TEST_F(XmlConfigureTreeTest, ATextRefusedForItsDepthLeavesTheDetectedEncoding) {
