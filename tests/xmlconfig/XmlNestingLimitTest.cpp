@@ -309,6 +309,35 @@ TEST(XmlNestingLimitTest, TheEncodingDecidesWhatAByteSwallows) {
 }
 
 // At the real limit: the first declaration switches the parse to UTF-8, where E5 takes the quote along.
+TEST(XmlNestingLimitTest, DepthIsSeenBehindATagThatStartsWithAnyByte) {
+    for (int byte = 1; byte < 256; ++byte) {
+        const std::string text = std::string("<") + static_cast<char>(byte) + ">" + Repeat("<a>", ShallowDepth + 1);
+
+        for (const TiXmlEncoding encoding : Encodings) {
+            EXPECT_EQ(RefusedWhenShallow(text, encoding), ParserDepth(text, encoding) > ShallowDepth)
+                << Printable(text) << " " << encoding;
+        }
+    }
+}
+
+TEST(XmlNestingLimitTest, DepthIsSeenBehindACharacterOfEveryLength) {
+    for (const char* character : {"a", "\xC3\xBC", "\xE4\xB8\xAD", "\xF0\x9F\x98\x80"}) {
+        const std::string text = Repeat(std::string("<a>") + character, ShallowDepth + 1);
+
+        for (const TiXmlEncoding encoding : Encodings) {
+            EXPECT_TRUE(RefusedWhenShallow(text, encoding)) << Printable(character) << " " << encoding;
+        }
+    }
+}
+
+TEST(XmlNestingLimitTest, TheBytesOfAByteOrderMarkAreANameInATextThatIsNotUtf8) {
+    const std::string text = Repeat("<\xEF\xBB\xBF>", ShallowDepth + 1);
+
+    EXPECT_TRUE(RefusedWhenShallow(text, TIXML_ENCODING_LEGACY));
+    EXPECT_FALSE(RefusedWhenShallow(text, TIXML_ENCODING_UTF8))
+        << "there they are white space, and an element without a name";
+}
+
 TEST(XmlNestingLimitTest, WhatAByteSwallowsBehindTheFirstDeclarationIsAccepted) {
     const std::string value = "<r x=\"\xE5\">" + Repeated("<a>", 6000) + "\"/>";
 
