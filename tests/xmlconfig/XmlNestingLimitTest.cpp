@@ -311,7 +311,7 @@ TEST(XmlNestingLimitTest, TheEncodingDecidesWhatAByteSwallows) {
 // At the real limit: the first declaration switches the parse to UTF-8, where E5 takes the quote along.
 TEST(XmlNestingLimitTest, DepthIsSeenBehindATagThatStartsWithAnyByte) {
     for (int byte = 1; byte < 256; ++byte) {
-        const std::string text = std::string("<") + static_cast<char>(byte) + ">" + Repeat("<a>", ShallowDepth + 1);
+        const std::string text = std::string("<") + static_cast<char>(byte) + ">" + Repeated("<a>", ShallowDepth + 1);
 
         for (const TiXmlEncoding encoding : Encodings) {
             EXPECT_EQ(RefusedWhenShallow(text, encoding), ParserDepth(text, encoding) > ShallowDepth)
@@ -322,7 +322,7 @@ TEST(XmlNestingLimitTest, DepthIsSeenBehindATagThatStartsWithAnyByte) {
 
 TEST(XmlNestingLimitTest, DepthIsSeenBehindACharacterOfEveryLength) {
     for (const char* character : {"a", "\xC3\xBC", "\xE4\xB8\xAD", "\xF0\x9F\x98\x80"}) {
-        const std::string text = Repeat(std::string("<a>") + character, ShallowDepth + 1);
+        const std::string text = Repeated(std::string("<a>") + character, ShallowDepth + 1);
 
         for (const TiXmlEncoding encoding : Encodings) {
             EXPECT_TRUE(RefusedWhenShallow(text, encoding)) << Printable(character) << " " << encoding;
@@ -331,7 +331,7 @@ TEST(XmlNestingLimitTest, DepthIsSeenBehindACharacterOfEveryLength) {
 }
 
 TEST(XmlNestingLimitTest, TheBytesOfAByteOrderMarkAreANameInATextThatIsNotUtf8) {
-    const std::string text = Repeat("<\xEF\xBB\xBF>", ShallowDepth + 1);
+    const std::string text = Repeated("<\xEF\xBB\xBF>", ShallowDepth + 1);
 
     EXPECT_TRUE(RefusedWhenShallow(text, TIXML_ENCODING_LEGACY));
     EXPECT_FALSE(RefusedWhenShallow(text, TIXML_ENCODING_UTF8))
