@@ -1,5 +1,6 @@
 #include "charset/CharSetConverter.h"
 #include "tests/memory/FaultSweep.h"
+#include "tests/support/Repeated.h"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +8,17 @@
 
 namespace {
 
-constexpr CharSetType CharSets[] = {CharSetGb2312, CharSetUtf8, CharSetGbk, CharSetUtf16};
+// One text in each of the sets that can be named: every one converts into every other. Too long, in all of them, for the
+// inside of a string.
+const struct {
+    CharSetType charSet;
+    std::string text;
+} Texts[] = {
+    {CharSetGb2312, Repeated("\xD0\xAD\xD2\xE9", 10)},
+    {CharSetUtf8, Repeated("\xE5\x8D\x8F\xE8\xAE\xAE", 10)},
+    {CharSetGbk, Repeated("\xD0\xAD\xD2\xE9", 10)},
+    {CharSetUtf16, "\xFE\xFF" + Repeated("\x53\x4F\x8B\xAE", 10)},
+};
 
 } // namespace
 
@@ -18,27 +29,21 @@ TEST(ConversionMemoryTest, AConversionEndsByBadAllocOrWithAnEmptyTextWhenItCanno
         {"operator new", Ending::Threw, Ending::Threw},
         {"libiconv_open", Ending::False, Ending::Threw},
     };
-    const std::string text = "a text that is too long for the inside of a string";
 
-    for (const CharSetType from : CharSets) {
-        for (const CharSetType to : CharSets) {
-            std::string expected;
-            CharSetConverter::Convert(text, expected, from, to);
-            if (expected.empty()) {
-                continue; // UTF-16 whose first byte is zero, and GB2312 text read as UTF-16
-            }
-            SweepFaults("Convert from " + GetCharSetName(from) + " to " + GetCharSetName(to),
+    for (const auto& from : Texts) {
+        for (const auto& to : Texts) {
+            SweepFaults("Convert from " + GetCharSetName(from.charSet) + " to " + GetCharSetName(to.charSet),
                         [&](FaultyAttempt& attempt) {
                             std::string out = "before";
 
                             attempt.run(rules, [&] {
-                                CharSetConverter::Convert(text, out, from, to);
+                                CharSetConverter::Convert(from.text, out, from.charSet, to.charSet);
                                 return !out.empty();
                             });
 
-                            EXPECT_EQ(out, attempt.threw() ? "before" : attempt.succeeded() ? expected : "");
-                            CharSetConverter::Convert(text, out, from, to);
-                            EXPECT_EQ(out, expected);
+                            EXPECT_EQ(out, attempt.threw() ? "before" : attempt.succeeded() ? to.text : "");
+                            CharSetConverter::Convert(from.text, out, from.charSet, to.charSet);
+                            EXPECT_EQ(out, to.text);
                         });
         }
     }

@@ -79,6 +79,8 @@ const LoadCase LoadCases[] = {
     {"Load of GB2312 as UTF-8", Gb2312Text, CharSetUtf8, ReadOnly},
     {"Load of GB2312, to write", Gb2312Text, CharSetUtf8, ReadWrite},
     {"Load of GB2312 as it is", Gb2312Text, CharSetGb2312, ReadWrite},
+    {"Load of UTF-8 as GBK", Utf8Text, CharSetGbk, ReadOnly},
+    {"Load of GB2312 as GBK", Gb2312Text, CharSetGbk, ReadWrite},
 };
 
 // A file that cannot be opened is one that cannot be read; a text whose conversion cannot be opened is empty, and does
@@ -140,8 +142,8 @@ TEST_F(DocumentMemoryTest, ADocumentThatCouldNotBeMadeForLackOfMemoryLeavesNothi
 
 TEST_F(DocumentMemoryTest, ALoadThatCreatesFailsForLackOfMemoryWithoutTouchingTheFile) {
     const std::string path = directory.write("file.xml", "before");
-    // Its text is UTF-8: brought into GB2312 when that is asked for.
-    for (const unsigned charset : {CharSetUtf8, CharSetGb2312}) {
+    // Its text is UTF-8: brought into another set when that is asked for.
+    for (const unsigned charset : {CharSetUtf8, CharSetGb2312, CharSetGbk}) {
         SweepFaults("Load that creates, charset " + std::to_string(charset), [&](FaultyAttempt& attempt) {
             XmlConfigureDocument document;
             const auto before = StateOf(document);
@@ -166,6 +168,7 @@ TEST_F(DocumentMemoryTest, ASaveThatFailedForLackOfMemoryLeavesTheFileAndSavesTh
         {"Save of UTF-8", Utf8Text, Utf8Text, CharSetUtf8, ReadWrite},
         {"Save of GB2312 read as UTF-8", Gb2312Text, Gb2312TextSaved, CharSetUtf8, ReadWrite},
         {"Save of GB2312", Gb2312Text, Gb2312TextSaved, CharSetGb2312, ReadWrite},
+        {"Save of GB2312 read as GBK", Gb2312Text, Gb2312TextSaved, CharSetGbk, ReadWrite},
         {"Save of what was created", Utf8Text, CreatedText, CharSetUtf8, Create},
     };
     // The file is opened, and emptied, when all else is done; its stream writes without a buffer, too.

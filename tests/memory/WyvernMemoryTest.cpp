@@ -305,9 +305,11 @@ const RunCase Cases[] = {
     {"StartFromFactoryCopyOneRefused", "1", "one", nullptr},
     {"StopFromFactoryCopyOneRefused", "0", "one", nullptr},
     {"StartFromFactoryCopyRestRefused", "1", "rest", nullptr},
+    {"StopFromFactoryCopyRestRefused", "0", "rest", nullptr},
     {"StartFromGb2312OneRefused", "1", "one", Gb2312Declaration},
     {"StopFromGb2312OneRefused", "0", "one", Gb2312Declaration},
     {"StartFromGb2312RestRefused", "1", "rest", Gb2312Declaration},
+    {"StopFromGb2312RestRefused", "0", "rest", Gb2312Declaration},
 };
 
 } // namespace
