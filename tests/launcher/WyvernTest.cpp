@@ -308,6 +308,21 @@ TEST_F(WyvernTest, BothCopiesDamagedPrintsTwoFailureLinesRunsNothingAndExitsWith
     }
 }
 
+// Neither has an end to be read at: each copy is a symbolic link to the other.
+TEST_F(WyvernTest, BothCopiesInACircleOfSymbolicLinksPrintsTwoFailureLinesRunsNothingAndExitsWith0) {
+    fs::remove(device.onHost(DeviceSandbox::WorkingConfig));
+    fs::remove(device.onHost(DeviceSandbox::FactoryConfig));
+    fs::create_symlink(DeviceSandbox::FactoryConfig, device.onHost(DeviceSandbox::WorkingConfig));
+    fs::create_symlink(DeviceSandbox::WorkingConfig, device.onHost(DeviceSandbox::FactoryConfig));
+
+    const DeviceRun run = device.run({"1"});
+
+    EXPECT_EQ(run.out, std::string(WorkingFailed) + FactoryFailed);
+    EXPECT_EQ(run.err, "");
+    EXPECT_EQ(run.ended, "exit 0");
+    expectNothingRan(run);
+}
+
 // A section without entries counts as damaged; so it is the two failure lines that are printed, and nothing after.
 TEST_F(WyvernTest, AConfigurationWithoutProtocolEntriesRunsNothingAndExitsWith0) {
     device.write(DeviceSandbox::WorkingConfig, ProtocolConfigText({}));

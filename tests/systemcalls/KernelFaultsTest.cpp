@@ -134,6 +134,13 @@ void OpenWayTo(const std::string& path) {
     }
 }
 
+// The file becomes a symbolic link to another, which leads back.
+void PutCircle(const std::string& path) {
+    fs::remove(path);
+    fs::create_symlink(fs::path(path).filename().string() + ".other", path);
+    fs::create_symlink(fs::path(path).filename(), path + ".other");
+}
+
 void ExpectNotRead(const std::string& path) {
     std::string text = "before";
 
@@ -295,11 +302,28 @@ TEST(KernelFaultsTest, ADeviceFileAsTheWorkingCopyMeansTheFactoryCopy) {
     }
 }
 
+TEST(KernelFaultsTest, AWorkingCopyThatIsACircleOfSymbolicLinksMeansTheFactoryCopy) {
+    WatchedDevice device;
+    PutCircle(device.working);
+
+    EXPECT_EQ(device.start(), StartsFactory);
+    EXPECT_EQ(device.calls.leftOpen(), 0);
+}
+
+TEST(KernelFaultsTest, TwoCopiesThatAreCirclesOfSymbolicLinksAreReportedAndNothingIsRun) {
+    WatchedDevice device;
+    PutCircle(device.working);
+    PutCircle(device.factory);
+
+    EXPECT_EQ(device.start(), std::string(WorkingFailed) + FactoryFailed + "exit 0");
+    EXPECT_EQ(device.calls.commands(), Lines());
+    EXPECT_EQ(device.calls.leftOpen(), 0);
+}
+
 TEST(KernelFaultsTest, ACircleOfSymbolicLinksIsNeitherReadNorWrittenNorListed) {
     const TemporaryDirectory dir;
     const std::string circle = dir / "circle";
-    fs::create_symlink("other", circle);
-    fs::create_symlink("circle", dir / "other");
+    PutCircle(circle);
     Lines names{"before"};
 
     ExpectNotRead(circle);
