@@ -11,10 +11,14 @@ set(WYVERN_TINYXML "system" CACHE STRING
     "Where TinyXML comes from: system (installed), source (built here), source-own-string (the same, own string class)")
 set_property(CACHE WYVERN_TINYXML PROPERTY STRINGS system source source-own-string)
 
+set(WYVERN_LIBICONV "auto" CACHE STRING
+    "Where GNU libiconv comes from: auto (installed where there is one, else built here), source (built here)")
+set_property(CACHE WYVERN_LIBICONV PROPERTY STRINGS auto source)
+
 get_filename_component(wyvern_deps_dir "${CMAKE_CURRENT_LIST_DIR}/../build/deps" ABSOLUTE)
 set(WYVERN_TINYXML_SOURCE_DIR "${wyvern_deps_dir}/tinyxml" CACHE PATH "TinyXML's sources, for WYVERN_TINYXML=source*")
 set(WYVERN_LIBICONV_SOURCE_DIR "${wyvern_deps_dir}/libiconv" CACHE PATH
-    "GNU libiconv's sources, used when none is installed")
+    "GNU libiconv's sources, used when none is installed or WYVERN_LIBICONV=source")
 
 # Code that is not ours is compiled as it is: none of our warnings, linters or batches.
 function(wyvern_leave_alone target)
@@ -83,7 +87,8 @@ endfunction()
 function(wyvern_build_libiconv)
     if(NOT EXISTS "${WYVERN_LIBICONV_SOURCE_DIR}/lib/iconv.c")
         message(FATAL_ERROR
-            "GNU libiconv is neither installed nor unpacked in ${WYVERN_LIBICONV_SOURCE_DIR}: run scripts/setup")
+            "GNU libiconv's sources are not in ${WYVERN_LIBICONV_SOURCE_DIR}: run scripts/setup, or install the library "
+            "and set WYVERN_LIBICONV=auto")
     endif()
 
     add_library(WyvernLibiconv STATIC
@@ -136,7 +141,13 @@ endif()
 
 # GnuLibiconv_INCLUDE_DIR is for the one source file that is to see GNU libiconv's header, set as a property of that
 # file; empty when the compiler finds the header unasked.
-find_package(GnuLibiconv QUIET)
+if(WYVERN_LIBICONV STREQUAL "auto")
+    find_package(GnuLibiconv QUIET)
+elseif(WYVERN_LIBICONV STREQUAL "source")
+    set(GnuLibiconv_FOUND OFF)
+else()
+    message(FATAL_ERROR "WYVERN_LIBICONV is \"${WYVERN_LIBICONV}\": it is one of auto, source")
+endif()
 if(GnuLibiconv_FOUND)
     set(WYVERN_NEEDS_LIBICONV ON)
 else()
