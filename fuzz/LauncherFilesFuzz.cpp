@@ -1,8 +1,9 @@
 // The launcher on any two configurations, any argument and any service directory.
 //
-// The input is a text in four parts, divided by lines "=====": the argument; the entries of the service directory, one
-// a line, the first letter its type (d directory, l link, ? unknown, anything else a file); the working copy; the
-// factory copy. A copy whose part is missing is missing, and so is the directory when its part is "none".
+// The input is a text in four parts, divided by lines "/=====/": the argument; the entries of the service directory,
+// divided by "/", the first byte of each its type (d directory, l link, ? unknown, anything else a file) and the rest
+// its name; the working copy; the factory copy. A copy whose part is missing is missing, and so is the directory when
+// its part is "none". A name holds any byte but "/" and zero, so every name that a kernel gives can be written.
 
 #include "fuzz/Check.h"
 #include "fuzz/LauncherModel.h"
@@ -82,15 +83,15 @@ ModelConfig Read(const std::optional<std::string>& content) {
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const std::string input(reinterpret_cast<const char*>(data), size);
-    const std::vector<std::string> parts = Split(input, "\n=====\n", 4);
+    const std::vector<std::string> parts = Split(input, "\n/=====/\n", 4);
 
     Device device;
     if (parts.size() > 1) {
         device.hasServices = parts[1] != "none";
-        for (const std::string& line : Split(parts[1], "\n", SIZE_MAX)) {
-            const std::string name(line.c_str()); // no name holds a zero byte
-            if (name.size() > 1) {
-                device.services.push_back({TypeOf(name[0]), name.substr(1, 255)});
+        for (const std::string& entry : Split(parts[1], "/", SIZE_MAX)) {
+            const std::string typeAndName(entry.c_str()); // no name holds a zero byte
+            if (typeAndName.size() > 1) {
+                device.services.push_back({TypeOf(typeAndName[0]), typeAndName.substr(1, 255)});
             }
         }
     }

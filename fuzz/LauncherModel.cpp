@@ -38,7 +38,7 @@ int Number(const std::string& text) {
 std::string Chosen(const Device& device, const std::string& protocol) {
     if (device.hasServices) {
         for (const Device::Entry& entry : device.services) {
-            const bool listed = entry.name[0] != '.' && entry.type != DT_DIR && !Contains(entry.name, "/");
+            const bool listed = entry.name[0] != '.' && entry.type != DT_DIR;
             if (listed && Contains(entry.name, "loadservice") && Contains(entry.name, protocol)) {
                 return entry.name;
             }

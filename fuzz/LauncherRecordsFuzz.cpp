@@ -7,6 +7,7 @@
 
 #include <fuzzer/FuzzedDataProvider.h>
 
+#include <algorithm>
 #include <cstdint>
 #include <dirent.h>
 
@@ -52,7 +53,7 @@ public:
         Name made;
         for (size_t i = provider.ConsumeIntegralInRange<size_t>(0, 5); i > 0; --i) {
             if (provider.ConsumeIntegralInRange(0, 7) == 0) {
-                const auto letter = static_cast<char>(provider.ConsumeIntegralInRange<int>(' ', '~'));
+                const auto letter = static_cast<char>(provider.ConsumeIntegralInRange<int>('\x01', '\x7F'));
                 made.utf8 += letter;
                 made.written += letter;
             } else {
@@ -130,7 +131,7 @@ private:
                 all += provider.ConsumeBool() ? "o" : "&#x6F;";
                 break;
             default:
-                all += c;
+                all += c >= '\x01' && c < ' ' ? "&#" + std::to_string(static_cast<int>(c)) + ";" : std::string(1, c);
             }
         }
         return all;
@@ -195,12 +196,16 @@ std::optional<std::string> MakeCopy(FuzzedDataProvider& provider, ModelConfig& e
     }
 }
 
-std::string ServiceName(FuzzedDataProvider& provider) {
+// A file name as a kernel gives it: any bytes but "/" and zero.
+std::string FileName(FuzzedDataProvider& provider) {
     Writer writer(provider);
     std::string name;
     for (size_t i = provider.ConsumeIntegralInRange<size_t>(1, 3); i > 0; --i) {
-        name += writer.name().utf8 + (provider.ConsumeIntegralInRange(0, 3) != 0 ? "_loadservice" : "");
+        name += provider.ConsumeIntegralInRange(0, 3) != 0 ? writer.name().utf8 : provider.ConsumeRandomLengthString(8);
+        name += provider.ConsumeIntegralInRange(0, 3) != 0 ? "_loadservice" : "";
     }
+    const auto isNoNameByte = [](char c) { return c == '/' || c == '\0'; };
+    name.erase(std::remove_if(name.begin(), name.end(), isNoNameByte), name.end());
     return name.substr(0, MaxNameBytes);
 }
 
@@ -218,7 +223,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     device.hasServices = provider.ConsumeIntegralInRange(0, 7) != 0;
     for (size_t i = provider.ConsumeIntegralInRange<size_t>(0, 6); i > 0; --i) {
         const unsigned char type = provider.PickValueInArray(Types);
-        const std::string name = ServiceName(provider);
+        const std::string name = FileName(provider);
         if (!name.empty()) {
             device.services.push_back({type, name});
         }

@@ -86,7 +86,9 @@ dirent* __wrap_readdir(DIR* directory) {
         return nullptr;
     }
     const Device::Entry& next = active->device.services[active->nextEntry++];
-    Check(next.name.size() < sizeof active->entry.d_name, "no kernel gives such a long name");
+    Check(!next.name.empty() && next.name.size() < sizeof active->entry.d_name &&
+              next.name.find_first_of(std::string("/\0", 2)) == std::string::npos,
+          "no kernel gives such a name");
     active->entry.d_type = next.type;
     std::memcpy(active->entry.d_name, next.name.c_str(), next.name.size() + 1);
     return &active->entry;
@@ -121,7 +123,7 @@ void Transcript::write(const char* stream, const std::string& what) {
 std::string Transcript::text() const {
     std::string all;
     for (const Event& event : events) {
-        all += event.kind + ": " + event.what + "\n";
+        all += event.kind + " " + std::to_string(event.what.size()) + ": " + event.what + "\n"; // may hold line ends
     }
     return all;
 }

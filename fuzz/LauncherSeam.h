@@ -8,7 +8,7 @@
 struct Device {
     struct Entry {
         unsigned char type; ///< of dirent's d_type
-        std::string name;   ///< at most 255 bytes, as the kernel has it
+        std::string name;   ///< 1 to 255 bytes, none of them "/" or zero, as the kernel has it
     };
 
     /// The paths of the device.
