@@ -6,22 +6,33 @@
 #include "runtime/WyMutexIDAlloc.h"
 #include "runtime/WyRuntimeError.h"
 #include "tests/memory/FaultSweep.h"
+#include "tests/memory/PoolLocks.h"
 #include "tests/runtime/RuntimeProbe.h"
 #include "tests/runtime/SingltonInternals.h"
+#include "tests/support/PrivateMember.h"
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <functional>
 #include <memory>
 #include <string>
+#include <typeinfo>
 #include <vector>
+
+using MemoryPointer = SafePointer<std::string>;
+PRIVATE_MEMBER(MemoryPointerRaw, MemoryPointer, std::string*, raw);
+PRIVATE_MEMBER(MemoryPointerRecord, MemoryPointer, SafePointerRecord*, record);
 
 namespace {
 
 // All that the runtime allocates it asks operator new for.
 const FaultRules Rules = {{"operator new", Ending::Threw, Ending::Threw}};
+
+// An error that is thrown lies in memory for which the C++ runtime has a reserve; its text does not.
+const FaultRules ErrorRules = {{"operator new", Ending::Threw, Ending::Threw}, {"other", Ending::True, Ending::Threw}};
 
 /// Allocates in its constructor, too.
 class Spacious : public Singlton<Spacious> {
@@ -36,9 +47,7 @@ void ExpectConsistent(SafePointerPool& pool, size_t recordCount, size_t taken) {
     EXPECT_EQ(fields.records.size(), recordCount);
     EXPECT_EQ(fields.usedBits.size(), recordCount / 32);
     EXPECT_EQ(RecordsOut(pool), taken);
-    EXPECT_FALSE(IsHeld(fields.lock));
-    EXPECT_TRUE(std::none_of(fields.records.begin(), fields.records.end(),
-                             [](SafePointerRecord* record) { return IsHeld(record->lock); }));
+    EXPECT_EQ(HeldLocks(pool), 0U);
 }
 
 // Takes records until `count` are out, gives all of them back, and takes one more.
@@ -55,6 +64,38 @@ void DoARound(SafePointerPool& pool, size_t count) {
     }
     EXPECT_EQ(RecordsOut(pool), 0U);
     EXPECT_EQ(pool.acquireRecord(&object, "4Type")->address, &object);
+}
+
+SafePointerPool& Pool() {
+    return *SafePointerPool::instance();
+}
+
+SafePointerRecord& RecordOf(const MemoryPointer& pointer) {
+    return *(pointer.*Get(MemoryPointerRecord()));
+}
+
+/// Makes `pointer`, an empty one, look as if it shared `object` by `record`.
+void Forge(MemoryPointer& pointer, std::string* object, SafePointerRecord* record) {
+    pointer.*Get(MemoryPointerRaw()) = object;
+    pointer.*Get(MemoryPointerRecord()) = record;
+}
+
+/// @return whether the action ends by WyRuntimeError with this text.
+template <class Action>
+bool Throws(const std::string& text, const Action& action) {
+    try {
+        action();
+    } catch (const WyRuntimeError& error) {
+        return error.what() == text;
+    }
+    return false;
+}
+
+/// The record's lock is the only one held. Releases it.
+void ExpectOnlyTheLockOf(SafePointerRecord& record) {
+    EXPECT_EQ(HeldLocks(Pool()), 1U);
+    ASSERT_TRUE(IsHeld(record.lock));
+    EXPECT_EQ(record.lock.unlock(), 0);
 }
 
 } // namespace
@@ -165,5 +206,166 @@ TEST(RuntimeMemoryTest, AnErrorThatCouldNotBeMadeForLackOfMemoryIsBadAllocInstea
     const std::string text(100, 'x');
     SweepFaults("an error", [&](FaultyAttempt& attempt) {
         attempt.run(Rules, [&] { return WyRuntimeError(text).what() == text; });
+    });
+}
+
+TEST(RuntimeMemoryTest, AReportThatCouldNotBeMadeForLackOfMemoryIsBadAllocInsteadWithNoLockHeld) {
+    std::string another = "another object";
+    const struct {
+        const char* message;
+        std::function<void(MemoryPointer& live, MemoryPointer& empty)> commit;
+    } misuses[] = {
+        {"Construct from NULL original pointer",
+         [](MemoryPointer&, MemoryPointer&) { const MemoryPointer pointer(static_cast<std::string*>(nullptr)); }},
+        {"Construct from NULL <T>pointer",
+         [](MemoryPointer&, MemoryPointer& empty) { const MemoryPointer copy(empty); }},
+        {"Assigned NULL <T>pointer", [](MemoryPointer& live, MemoryPointer& empty) { live = empty; }},
+        {"Use NULL pointer ->", [](MemoryPointer&, MemoryPointer& empty) { static_cast<void>(empty->size()); }},
+        {"Already destructed 1",
+         [&](MemoryPointer&, MemoryPointer& empty) {
+             Forge(empty, &another, nullptr);
+             const MemoryPointer copy(empty);
+         }},
+        {"Already destructed 2",
+         [](MemoryPointer& live, MemoryPointer&) {
+             MarkOf(RecordOf(live).lock) = 0;
+             const MemoryPointer copy(live);
+         }},
+        {"Already destructed 3",
+         [](MemoryPointer& live, MemoryPointer&) {
+             RecordOf(live).count = 0;
+             const MemoryPointer copy(live);
+         }},
+    };
+    for (const auto& misuse : misuses) {
+        const std::string text = std::string("SafePointer Report:") + typeid(std::string).name() + " " + misuse.message;
+        SweepFaults(misuse.message, [&](FaultyAttempt& attempt) {
+            MemoryPointer live(new std::string("the object"));
+            MemoryPointer empty;
+            const uint32_t mark = MarkOf(RecordOf(live).lock);
+            testing::internal::CaptureStdout();
+
+            attempt.run(ErrorRules, [&] { return Throws(text, [&] { misuse.commit(live, empty); }); });
+
+            // Bad_alloc comes before the line, for want of the text, or behind it, for want of the exception's copy.
+            const std::string printed = testing::internal::GetCapturedStdout();
+            EXPECT_TRUE(printed == text + "\n" || (printed.empty() && attempt.threw())) << printed;
+            Forge(empty, nullptr, nullptr);
+            MarkOf(RecordOf(live).lock) = mark;
+            RecordOf(live).count = 1;
+            EXPECT_EQ(*live.operator->(), "the object");
+            ExpectConsistent(Pool(), 128, 1);
+            if (IsHeld(RecordOf(live).lock)) {
+                static_cast<void>(RecordOf(live).lock.unlock()); // the test fails then, and must not wait
+            }
+            const MemoryPointer copy(live);
+            EXPECT_EQ(RecordOf(live).count, 2U);
+        });
+        ExpectConsistent(Pool(), 128, 0);
+    }
+}
+
+TEST(RuntimeMemoryTest, APointerThatDoesNotMatchItsRecordLeavesTheLockHeldAlsoWithoutMemoryForItsError) {
+    std::string another = "another object";
+    const struct {
+        const char* message;
+        void (*commit)(MemoryPointer& stale);
+    } misuses[] = {
+        {"not valid pointer in inc_reference ", [](MemoryPointer& stale) { const MemoryPointer copy(stale); }},
+        {"not valid pointer in dec_reference",
+         [](MemoryPointer& stale) {
+             MemoryPointer released;
+             Forge(released, stale.operator->(), &RecordOf(stale));
+         }},
+    };
+    for (const auto& misuse : misuses) {
+        const std::string text = misuse.message;
+        SweepFaults(text, [&](FaultyAttempt& attempt) {
+            const MemoryPointer live(new std::string("the object"));
+            MemoryPointer stale;
+            Forge(stale, &another, &RecordOf(live));
+
+            attempt.run(ErrorRules, [&] { return Throws(text, [&] { misuse.commit(stale); }); });
+
+            Forge(stale, nullptr, nullptr);
+            EXPECT_EQ(RecordOf(live).count, 1U);
+            ExpectOnlyTheLockOf(RecordOf(live));
+            ExpectConsistent(Pool(), 128, 1);
+        });
+        ExpectConsistent(Pool(), 128, 0);
+    }
+}
+
+TEST(RuntimeMemoryTest, ASecondReleaseOfARecordLeavesThePoolUsableAlsoWithoutMemoryForItsError) {
+    SafePointerPool pool;
+    int object = 0;
+    SafePointerRecord* record = pool.acquireRecord(&object, "i");
+    record->count = 0;
+    pool.releaseRecord(record, "i");
+
+    SweepFaults("releaseRecord", [&](FaultyAttempt& attempt) {
+        attempt.run(ErrorRules, [&] {
+            return Throws("double free poniter(0x00000000)", [&] { pool.releaseRecord(record, "i"); });
+        });
+
+        ExpectConsistent(pool, 128, 0);
+        ASSERT_EQ(HeldLocks(pool), 0U) << "what follows would wait";
+        DoARound(pool, 1);
+        ASSERT_NE(record->address, nullptr) << "another record was taken";
+        record->count = 0;
+        pool.releaseRecord(record, "i");
+    });
+}
+
+TEST(RuntimeMemoryTest, TheLastPointerOfAFreeRecordLeavesItsLockHeldAlsoWithoutMemoryForItsError) {
+    ExpectConsistent(Pool(), 128, 0); // it is there: what is refused is not the memory for the pool
+    SweepFaults("the last release", [](FaultyAttempt& attempt) {
+        auto* object = new std::string("the object");
+        SafePointerRecord* record = nullptr;
+        char text[64];
+        static_cast<void>(std::snprintf(text, sizeof text, "double free poniter(0x%08x)",
+                                        static_cast<uint32_t>(reinterpret_cast<uintptr_t>(object))));
+        const std::string expected = text;
+
+        attempt.run(ErrorRules, [&] {
+            return Throws(expected, [&] {
+                const MemoryPointer pointer(object);
+                record = &RecordOf(pointer);
+                FieldsOf(Pool()).usedBits[0] = 0;
+            });
+        });
+
+        ExpectOnlyTheLockOf(*record);
+        EXPECT_EQ(record->count, 0U);
+        record->address = nullptr;
+        ExpectConsistent(Pool(), 128, 0);
+        const MemoryPointer next(new std::string("another"));
+        ExpectConsistent(Pool(), 128, 1);
+    });
+}
+
+TEST(RuntimeMemoryTest, AnExhaustedPoolIsAsBeforeAlsoWithoutMemoryForItsError) {
+    constexpr size_t all = 20096;
+    int anything = 0;
+    for (size_t i = 0; i < all; ++i) {
+        static_cast<void>(Pool().acquireRecord(&anything, "i"));
+    }
+    const std::string text = "too much safe poniter";
+
+    SweepFaults(text, [&](FaultyAttempt& attempt) {
+        auto owner = std::make_unique<std::string>("the object");
+
+        attempt.run(ErrorRules, [&] { return Throws(text, [&] { const MemoryPointer pointer(owner.get()); }); });
+
+        EXPECT_EQ(*owner, "the object");
+        ExpectConsistent(Pool(), all, all);
+        SafePointerRecord* last = FieldsOf(Pool()).records.back();
+        last->count = 0;
+        Pool().releaseRecord(last, "i");
+        {
+            const MemoryPointer pointer(owner.release());
+            EXPECT_EQ(&RecordOf(pointer), last);
+        }
+        static_cast<void>(Pool().acquireRecord(&anything, "i"));
     });
 }
