@@ -1,16 +1,21 @@
 #include "charset/CharSetConverter.h"
+#include "protocol/ProtocolConfig.h"
 #include "runtime/SafePointer.h"
+#include "runtime/SafePointerPool.h"
 #include "tests/memory/FaultSweep.h"
+#include "tests/memory/PoolLocks.h"
 #include "tests/support/PrivateMember.h"
-#include "tests/support/SafePointerRecords.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "xmlconfig/XmlConfigureDocument.h"
 #include "xmlconfig/XmlConfigureItem.h"
 #include "xmlconfig/XmlConfigureNode.h"
+#include "xmlconfig/XmlConfigureTree.h"
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdint>
+#include <set>
 #include <string>
 #include <tuple>
 #include <vector>
@@ -95,9 +100,24 @@ const FaultRules LoadRules = {
 // A document, nodes and items ask operator new alone.
 const FaultRules PlainRules = {{"operator new", Ending::Threw, Ending::Threw}};
 
+// So many records are taken, and nobody holds the lock of one or of the pool.
+void ExpectRecords(size_t taken) {
+    SafePointerPool& pool = *SafePointerPool::instance();
+    EXPECT_EQ(RecordsOut(pool), taken);
+    EXPECT_EQ(HeldLocks(pool), 0U);
+}
+
+std::string NamesOf(ProtocolConfig& config) {
+    std::string names;
+    for (const ProtocolTypeInfo& info : config.getProtocolList()) {
+        names += info.getProtocolName() + "," + info.getProtocolId() + "\n";
+    }
+    return names;
+}
+
 class DocumentMemoryTest : public testing::Test {
 protected:
-    ~DocumentMemoryTest() override { EXPECT_EQ(TakenRecords(), 0U); }
+    ~DocumentMemoryTest() override { ExpectRecords(0); }
 
     bool load(XmlConfigureDocument& document) const {
         return document.Load(directory.write("file.xml", Utf8Text), CharSetUtf8, ReadOnly);
@@ -204,9 +224,9 @@ TEST_F(DocumentMemoryTest, TheFirstNodeThatCouldNotBeHandedOutForLackOfMemoryTak
 
         attempt.run(PlainRules, [&] { return document.GetNode("Names", node); });
 
-        EXPECT_EQ(TakenRecords(), attempt.succeeded() ? 1U : 0U);
+        ExpectRecords(attempt.succeeded() ? 1 : 0);
         EXPECT_TRUE(document.GetNode("Names", node));
-        EXPECT_EQ(TakenRecords(), 1U);
+        ExpectRecords(1);
     });
 }
 
@@ -221,7 +241,7 @@ TEST_F(DocumentMemoryTest, ANodeThatCouldNotBeHandedOutForLackOfMemoryLeavesTheO
 
         std::vector<SafePointer<XmlConfigureItem>> items;
         EXPECT_EQ(node->GetItems(items), attempt.succeeded());
-        EXPECT_EQ(TakenRecords(), 1 + items.size());
+        ExpectRecords(1 + items.size());
         EXPECT_TRUE(document.GetNode("Names", node));
         EXPECT_TRUE(node->GetItems(items));
     });
@@ -237,11 +257,11 @@ TEST_F(DocumentMemoryTest, ItemsThatCouldNotBeHandedOutForLackOfMemoryTakeNoReco
 
         attempt.run(PlainRules, [&] { return node->GetItems(items); });
 
-        EXPECT_EQ(TakenRecords(), 1 + items.size());
+        ExpectRecords(1 + items.size());
         items.clear();
         EXPECT_TRUE(node->GetItems(items));
         EXPECT_EQ(items.size(), 2U);
-        EXPECT_EQ(TakenRecords(), 3U);
+        ExpectRecords(3);
     });
 }
 
@@ -263,4 +283,68 @@ TEST_F(DocumentMemoryTest, ATextThatCouldNotBeReadForLackOfMemoryLeavesTheOutput
         EXPECT_TRUE(items[0]->GetString(key, value));
         EXPECT_EQ(value, "\xE5\x8D\x8F\xE8\xAE\xAE, a long value, on the heap");
     });
+}
+
+TEST_F(DocumentMemoryTest, ATreeThatCouldNotBePrintedForLackOfMemoryLeavesTheOutputAsItWasAndPrintsTheNextTime) {
+    // Another encoding than that is replaced in the tree, in its place.
+    const struct {
+        std::string text;
+        const std::string& printed;
+    } cases[] = {
+        {Utf8Text, Utf8Text},
+        {"<?xml version=\"1.0\" encoding=\"a long name, on the heap\" standalone=\"no\" ?>\n"
+         "<Configure name=\"HardwareConfig\" />\n",
+         CreatedText},
+    };
+    for (const auto& c : cases) {
+        SweepFaults("PrintToString", [&](FaultyAttempt& attempt) {
+            XmlConfigureTree tree;
+            ASSERT_TRUE(tree.ParseAndValidate(c.text, CharSetUtf8));
+            std::string out = "before";
+
+            attempt.run(PlainRules, [&] { return tree.PrintToString(out); });
+
+            EXPECT_EQ(out, attempt.succeeded() ? c.printed : "before");
+            EXPECT_TRUE(tree.PrintToString(out));
+            EXPECT_EQ(out, c.printed);
+        });
+    }
+}
+
+TEST_F(DocumentMemoryTest, AConfigurationThatCouldNotBeReadForLackOfMemoryLeavesTheFormerListOrTheEntriesReadSoFar) {
+    const std::string text = "<?xml version=\"1.0\" encoding=\"gb2312\" ?>\n"
+                             "<Configure name=\"Device\"><Configure name=\"ProtocolConfig\">\n"
+                             "<ConfigItem ProtocolName=\"a first name, on the heap\" ProtocolId=\"1\" />\n"
+                             "<ConfigItem ProtocolName=\"2\" ProtocolId=\"a second id, on the heap\" />\n"
+                             "<ConfigItem ProtocolName=\"a third name, on the heap\" ProtocolId=\"3\" />\n"
+                             "</Configure></Configure>\n";
+    const std::vector<std::string> readSoFar = {"", "a first name, on the heap,1\n",
+                                                "a first name, on the heap,1\n2,a second id, on the heap\n"};
+    const std::string all = readSoFar.back() + "a third name, on the heap,3\n";
+    const std::string path = directory.write("file.xml", text);
+    ExpectRecords(0); // the pool is there: what is refused is not the memory for it
+    std::set<std::string> left;
+
+    SweepFaults("parse", [&](FaultyAttempt& attempt) {
+        ProtocolConfig config;
+        config.getProtocolList().resize(1);
+        config.getProtocolList()[0].setProtocolName("former");
+
+        attempt.run(LoadRules, [&] { return config.parse(path); });
+
+        ExpectRecords(0);
+        if (attempt.succeeded()) {
+            EXPECT_EQ(NamesOf(config), all);
+        } else if (attempt.threw()) {
+            left.insert(NamesOf(config));
+        } else {
+            EXPECT_EQ(NamesOf(config), "former,\n");
+        }
+        EXPECT_TRUE(config.parse(path));
+        EXPECT_EQ(NamesOf(config), all);
+    });
+
+    std::set<std::string> expected(readSoFar.begin(), readSoFar.end());
+    expected.insert("former,\n");
+    EXPECT_EQ(left, expected);
 }

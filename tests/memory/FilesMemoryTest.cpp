@@ -2,6 +2,7 @@
 #include "launcher/ListDirectory.h"
 #include "tests/memory/FaultSweep.h"
 #include "tests/support/TemporaryDirectory.h"
+#include "xmlconfig/ConfigFile.h"
 
 #include <gtest/gtest.h>
 
@@ -81,6 +82,27 @@ TEST(FilesMemoryTest, AStreamWithoutMemoryForItsBufferReadsAndWritesAllTheSame) 
             EXPECT_EQ(content, text);
         }
     });
+}
+
+TEST(FilesMemoryTest, AFileThatCouldNotBeReadToATextForLackOfMemoryLeavesTheTextAsItWas) {
+    // The text is made ahead of the first read, and a stream reads without a buffer, too.
+    const FaultRules rules = {{"operator new", Ending::Threw, Ending::Threw},
+                              {"fopen", Ending::False, Ending::False},
+                              {"other", Ending::True, Ending::True}};
+    const TemporaryDirectory directory;
+    for (const size_t length : {size_t{100}, size_t{10000}}) {
+        const std::string content(length, 'x');
+        const std::string path = directory.write("file", content);
+        SweepFaults("ReadFileToString of " + std::to_string(length) + " bytes", [&](FaultyAttempt& attempt) {
+            std::string text = "before";
+
+            attempt.run(rules, [&] { return ReadFileToString(path, text); });
+
+            EXPECT_EQ(text, attempt.succeeded() ? content : "before");
+            EXPECT_TRUE(ReadFileToString(path, text));
+            EXPECT_EQ(text, content);
+        });
+    }
 }
 
 TEST(FilesMemoryTest, AListingThatCouldNotBeMadeForLackOfMemoryHasTheNamesFoundSoFar) {
