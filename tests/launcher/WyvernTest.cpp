@@ -370,6 +370,23 @@ TEST_F(WyvernTest, AConfigurationNested5000DeepIsUsed) {
     EXPECT_EQ(run.ended, "exit 0");
 }
 
+#ifdef WYVERN_PLAIN_FRAMES
+// The parser recurses, with over 200 bytes of stack for each level. A stack that is too small for that ends the process while
+// it reads: better no command than those of half a configuration, or of another one.
+TEST_F(WyvernTest, AConfigurationNested5000DeepIsUsedOnAStackOf2MiBAndEndsTheProcessBySigsegvOnOneOf512KiB) {
+    device.write(DeviceSandbox::WorkingConfig, NestedConfig(5000));
+
+    const DeviceRun large = device.runScript("ulimit -s 2048; exec \"$WYVERN\" 1");
+    const DeviceRun small = device.runScript("ulimit -c 0; ulimit -s 512; exec \"$WYVERN\" 1");
+
+    EXPECT_EQ(large.out, AbcStarted);
+    EXPECT_EQ(large.ended, "exit 0");
+    EXPECT_EQ(small.out, "");
+    EXPECT_EQ(small.ended, "signal 11");
+    expectNothingRan(small);
+}
+#endif
+
 TEST_F(WyvernTest, AConfigurationNested5001DeepIsRefusedAndTheFactoryCopyIsUsed) {
     device.write(DeviceSandbox::WorkingConfig, NestedConfig(5001));
 
