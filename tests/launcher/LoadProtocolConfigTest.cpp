@@ -1,6 +1,7 @@
 #include "launcher/LoadProtocolConfig.h"
 
 #include "tests/support/DeviceSandbox.h"
+#include "tests/support/LauncherLines.h"
 
 #include <gtest/gtest.h>
 
@@ -10,9 +11,6 @@
 // makes a copy unusable is told in the tests of the command.
 
 namespace {
-
-constexpr const char* WorkingFailed = "Run ConfigFile(/mnt/mtd/code/config_file/protocolconfig.xml) failed\n";
-constexpr const char* FactoryFailed = "Run ConfigFile(/mnt/mtd/code/factory_setting/protocolconfig.xml) failed\n";
 
 DeviceRun Load(const DeviceSandbox& device) {
     device.write("/mnt/mtd/code/before.xml", ProtocolConfigText({{"BEFORE"}}));

@@ -1,5 +1,6 @@
 #include "tests/launcher/OpenWatch.h"
 #include "tests/support/DeviceSandbox.h"
+#include "tests/support/LauncherLines.h"
 #include "tests/support/Repeated.h"
 
 #include <gtest/gtest.h>
@@ -19,8 +20,6 @@ namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
 
 constexpr const char* Usage = "Useage: Wyvern [Type 1:start,0:stop]\n";
-constexpr const char* WorkingFailed = "Run ConfigFile(/mnt/mtd/code/config_file/protocolconfig.xml) failed\n";
-constexpr const char* FactoryFailed = "Run ConfigFile(/mnt/mtd/code/factory_setting/protocolconfig.xml) failed\n";
 
 constexpr size_t MostEntries = 20095; // a record each, and one for the section
 

@@ -1,5 +1,6 @@
 #include "tests/support/AllocationFault.h"
 #include "tests/support/DeviceSandbox.h"
+#include "tests/support/LauncherLines.h"
 
 #include <gtest/gtest.h>
 
@@ -17,8 +18,6 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-constexpr const char* WorkingFailed = "Run ConfigFile(/mnt/mtd/code/config_file/protocolconfig.xml) failed\n";
-constexpr const char* FactoryFailed = "Run ConfigFile(/mnt/mtd/code/factory_setting/protocolconfig.xml) failed\n";
 constexpr const char* Utf8Declaration = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
 constexpr const char* Gb2312Declaration = "<?xml version=\"1.0\" encoding=\"gb2312\"?>\n";
 

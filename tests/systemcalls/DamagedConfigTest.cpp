@@ -1,4 +1,5 @@
 #include "tests/support/DeviceSandbox.h"
+#include "tests/support/LauncherLines.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/systemcalls/SystemCalls.h"
 #include "tests/systemcalls/WatchedRun.h"
@@ -16,7 +17,6 @@
 
 namespace {
 
-constexpr const char* WorkingFailed = "Run ConfigFile(/mnt/mtd/code/config_file/protocolconfig.xml) failed\n";
 constexpr const char* Utf8Declaration = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
 constexpr const char* Gb2312Declaration = "<?xml version=\"1.0\" encoding=\"gb2312\"?>\n";
 

@@ -2,6 +2,7 @@
 #include "fileio/FileAccess.h"
 #include "launcher/ListDirectory.h"
 #include "tests/support/DeviceSandbox.h"
+#include "tests/support/LauncherLines.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/systemcalls/SystemCalls.h"
 #include "tests/systemcalls/WatchedRun.h"
@@ -35,8 +36,6 @@ namespace fs = std::filesystem;
 using Lines = std::vector<std::string>;
 
 constexpr const char* Document = "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<Configure name=\"a\" />\n";
-constexpr const char* WorkingFailed = "Run ConfigFile(/mnt/mtd/code/config_file/protocolconfig.xml) failed\n";
-constexpr const char* FactoryFailed = "Run ConfigFile(/mnt/mtd/code/factory_setting/protocolconfig.xml) failed\n";
 constexpr const char* AbcStarted = "$ /factory_setting/ABC_loadservice\n"
                                    "Run LoadServcie(/factory_setting/ABC_loadservice) \n";
 constexpr const char* NothingFound = "$ /factory_setting/\nRun LoadServcie(/factory_setting/) \n";

@@ -2,6 +2,7 @@
 #include "fileio/FileAccess.h"
 #include "launcher/ListDirectory.h"
 #include "tests/support/DeviceSandbox.h"
+#include "tests/support/LauncherLines.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "tests/systemcalls/SystemCalls.h"
 #include "tests/systemcalls/WatchedRun.h"
@@ -460,11 +461,7 @@ const Operation CreateOperation = {
 
 // --- The command ---
 
-// Lines that begin with "$ " are the commands that were run, in between the lines that the launcher printed.
-constexpr const char* WorkingFailed = "Run ConfigFile(/mnt/mtd/code/config_file/protocolconfig.xml) failed\n";
-constexpr const char* FactoryFailed = "Run ConfigFile(/mnt/mtd/code/factory_setting/protocolconfig.xml) failed\n";
-
-// What is printed for a service: its line alone, or behind the command that was run for it.
+// What is printed for a service: its line alone, or behind the command that was run for it, which begins with "$ ".
 struct Service {
     std::string line;
     std::string run;
