@@ -18,6 +18,8 @@
 
 namespace {
 
+static_assert(SpareBytes >= 4, "the terminator, and the three bytes that a sequence may promise behind its first one");
+
 constexpr std::array<TiXmlEncoding, 3> Encodings = {TIXML_ENCODING_UNKNOWN, TIXML_ENCODING_UTF8, TIXML_ENCODING_LEGACY};
 
 std::string Nested(size_t depth) {
@@ -320,6 +322,27 @@ TEST(XmlNestingLimitTest, DepthIsSeenBehindATagThatStartsWithAnyByte) {
     }
 }
 
+// The byte may be the first of two, three or four, and then takes a "<" behind it along: that of an element, which is one
+// level less, or that of a comment without an end, which hides the depth no longer.
+TEST(XmlNestingLimitTest, DepthIsSeenBehindAnyByteWhateverItTakesAlong) {
+    const std::array<std::string, 2> ends = {Repeated("<a>", ShallowDepth), "<!--" + Repeated("<a>", ShallowDepth + 1)};
+    for (const std::string& end : ends) {
+        size_t refused = 0;
+        for (int byte = 1; byte < 256; ++byte) {
+            for (size_t between = 0; between < 4; ++between) {
+                const std::string text = std::string("<r>") + static_cast<char>(byte) + std::string(between, '.') + end;
+                for (const TiXmlEncoding encoding : Encodings) {
+                    const bool answer = RefusedWhenShallow(text, encoding);
+
+                    EXPECT_EQ(answer, ParserDepth(text, encoding) > ShallowDepth) << Printable(text) << " " << encoding;
+                    refused += answer ? 1 : 0;
+                }
+            }
+        }
+        EXPECT_GT(refused, 0U) << end;
+    }
+}
+
 TEST(XmlNestingLimitTest, DepthIsSeenBehindACharacterOfEveryLength) {
     for (const char* character : {"a", "\xC3\xBC", "\xE4\xB8\xAD", "\xF0\x9F\x98\x80"}) {
         const std::string text = Repeated(std::string("<a>") + character, ShallowDepth + 1);
@@ -334,6 +357,7 @@ TEST(XmlNestingLimitTest, TheBytesOfAByteOrderMarkAreANameInATextThatIsNotUtf8) 
     const std::string text = Repeated("<\xEF\xBB\xBF>", ShallowDepth + 1);
 
     EXPECT_TRUE(RefusedWhenShallow(text, TIXML_ENCODING_LEGACY));
+    EXPECT_TRUE(RefusedWhenShallow(text, TIXML_ENCODING_UNKNOWN));
     EXPECT_FALSE(RefusedWhenShallow(text, TIXML_ENCODING_UTF8))
         << "there they are white space, and an element without a name";
 }
