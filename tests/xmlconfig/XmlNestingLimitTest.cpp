@@ -49,6 +49,18 @@ std::string Printable(const std::string& text) {
     return all;
 }
 
+// @return in how many encodings the text is refused.
+size_t ExpectTheParsersAnswers(const std::string& text) {
+    size_t refused = 0;
+    for (const TiXmlEncoding encoding : Encodings) {
+        const bool answer = RefusedWhenShallow(text, encoding);
+
+        EXPECT_EQ(answer, ParserDepth(text, encoding) > ShallowDepth) << Printable(text) << " " << encoding;
+        refused += answer ? 1 : 0;
+    }
+    return refused;
+}
+
 std::vector<std::string> Split(const std::string& text) {
     std::vector<std::string> parts(1);
     for (const char c : text) {
@@ -310,16 +322,13 @@ TEST(XmlNestingLimitTest, TheEncodingDecidesWhatAByteSwallows) {
     }
 }
 
-// At the real limit: the first declaration switches the parse to UTF-8, where E5 takes the quote along.
 TEST(XmlNestingLimitTest, DepthIsSeenBehindATagThatStartsWithAnyByte) {
+    size_t refused = 0;
     for (int byte = 1; byte < 256; ++byte) {
-        const std::string text = std::string("<") + static_cast<char>(byte) + ">" + Repeated("<a>", ShallowDepth + 1);
-
-        for (const TiXmlEncoding encoding : Encodings) {
-            EXPECT_EQ(RefusedWhenShallow(text, encoding), ParserDepth(text, encoding) > ShallowDepth)
-                << Printable(text) << " " << encoding;
-        }
+        const std::string tag = std::string("<") + static_cast<char>(byte) + ">";
+        refused += ExpectTheParsersAnswers(tag + Repeated("<a>", ShallowDepth + 1));
     }
+    EXPECT_GT(refused, 0U);
 }
 
 // The byte may be the first of two, three or four, and then takes a "<" behind it along: that of an element, which is one
@@ -331,15 +340,23 @@ TEST(XmlNestingLimitTest, DepthIsSeenBehindAnyByteWhateverItTakesAlong) {
         for (int byte = 1; byte < 256; ++byte) {
             for (size_t between = 0; between < 4; ++between) {
                 const std::string text = std::string("<r>") + static_cast<char>(byte) + std::string(between, '.') + end;
-                for (const TiXmlEncoding encoding : Encodings) {
-                    const bool answer = RefusedWhenShallow(text, encoding);
-
-                    EXPECT_EQ(answer, ParserDepth(text, encoding) > ShallowDepth) << Printable(text) << " " << encoding;
-                    refused += answer ? 1 : 0;
-                }
+                refused += ExpectTheParsersAnswers(text);
             }
         }
         EXPECT_GT(refused, 0U) << end;
+    }
+}
+
+// It is hexadecimal with an "x" only, and then reaches back to an "x"; else to a "#".
+TEST(XmlNestingLimitTest, DepthIsSeenBehindAReferenceThatStartsWithAnyByte) {
+    const std::string deep = Repeated("<a>", ShallowDepth + 1);
+    for (const char* rest : {";", "65;", "aF;", "#65;", "x4a;"}) {
+        size_t refused = 0;
+        for (int byte = 1; byte < 256; ++byte) {
+            const std::string text = std::string("<r>&#") + static_cast<char>(byte) + rest + deep;
+            refused += ExpectTheParsersAnswers(text);
+        }
+        EXPECT_GT(refused, 0U) << rest;
     }
 }
 
@@ -362,6 +379,7 @@ TEST(XmlNestingLimitTest, TheBytesOfAByteOrderMarkAreANameInATextThatIsNotUtf8) 
         << "there they are white space, and an element without a name";
 }
 
+// At the real limit: the first declaration switches the parse to UTF-8, where E5 takes the quote along.
 TEST(XmlNestingLimitTest, WhatAByteSwallowsBehindTheFirstDeclarationIsAccepted) {
     const std::string value = "<r x=\"\xE5\">" + Repeated("<a>", 6000) + "\"/>";
 
