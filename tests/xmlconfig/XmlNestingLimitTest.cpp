@@ -6,11 +6,14 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/mman.h>
 #include <tinyxml.h>
+#include <unistd.h>
 
 #include <array>
 #include <cstddef>
 #include <cstdio>
+#include <cstring>
 #include <ctime>
 #include <random>
 #include <string>
@@ -48,6 +51,34 @@ std::string Printable(const std::string& text) {
     }
     return all;
 }
+
+// Holds a text with its spare bytes in front of a page that cannot be read.
+class AtTheEndOfMemory {
+public:
+    AtTheEndOfMemory()
+        : pageSize(static_cast<size_t>(sysconf(_SC_PAGESIZE))),
+          pages(mmap(nullptr, 2 * pageSize, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0)) {
+        EXPECT_NE(pages, MAP_FAILED);
+        EXPECT_EQ(mprotect(static_cast<char*>(pages) + pageSize, pageSize, PROT_NONE), 0);
+    }
+
+    ~AtTheEndOfMemory() { EXPECT_EQ(munmap(pages, 2 * pageSize), 0); }
+
+    AtTheEndOfMemory(const AtTheEndOfMemory&) = delete;
+    AtTheEndOfMemory& operator=(const AtTheEndOfMemory&) = delete;
+
+    // The text may take a page.
+    const char* put(const std::string& text) {
+        const std::string whole = WithSpareBytes(text);
+        char* place = static_cast<char*>(pages) + pageSize - whole.size();
+        std::memcpy(place, whole.data(), whole.size());
+        return place;
+    }
+
+private:
+    size_t pageSize;
+    void* pages;
+};
 
 // @return in how many encodings the text is refused.
 size_t ExpectTheParsersAnswers(const std::string& text) {
@@ -322,6 +353,23 @@ TEST(XmlNestingLimitTest, TheEncodingDecidesWhatAByteSwallows) {
     }
 }
 
+// A text may end anywhere, inside a sequence of UTF-8 too.
+TEST(XmlNestingLimitTest, NothingBehindTheSpareBytesIsRead) {
+    AtTheEndOfMemory memory;
+    const std::string enough = "<r>" + Repeated("<a/>", ShallowDepth); // so that the text is walked over
+    const std::string last = "<?xml version='1.0' encoding='utf-8'?>text &#65; &#x4a;<b c='&#65;' d=\"\xE5\x8D\x8F\" "
+                             "e=1 /><!--x--><!x><![CDATA[x]]>"
+                             "</b >\xEF\xBB\xBF <\xEF\xBF\xBE";
+    for (const TiXmlEncoding encoding : Encodings) {
+        for (size_t length = 0; length <= last.size(); ++length) {
+            for (const char* end : {"", "\xC3", "\xE5", "\xF0", "&#", "&#x"}) {
+                const std::string text = enough + last.substr(0, length) + end;
+                EXPECT_FALSE(NestsDeeperThanShallow(memory.put(text), encoding)) << Printable(text);
+            }
+        }
+    }
+}
+
 TEST(XmlNestingLimitTest, DepthIsSeenBehindATagThatStartsWithAnyByte) {
     size_t refused = 0;
     for (int byte = 1; byte < 256; ++byte) {
@@ -358,6 +406,17 @@ TEST(XmlNestingLimitTest, DepthIsSeenBehindAReferenceThatStartsWithAnyByte) {
         }
         EXPECT_GT(refused, 0U) << rest;
     }
+}
+
+TEST(XmlNestingLimitTest, OnlyAnAmpersandAndAHashMakeAReferenceThatCanHideDepth) {
+    const std::string deep = Repeated("<a>", ShallowDepth + 1);
+    size_t refused = 0;
+    for (int byte = 1; byte < 256; ++byte) {
+        const std::string any(1, static_cast<char>(byte));
+        refused += ExpectTheParsersAnswers("<r>" + any + "#1" + deep);
+        refused += ExpectTheParsersAnswers("<r>&" + any + "1" + deep);
+    }
+    EXPECT_GT(refused, 0U);
 }
 
 TEST(XmlNestingLimitTest, DepthIsSeenBehindACharacterOfEveryLength) {
