@@ -296,6 +296,7 @@ TEST(XmlNestingLimitTest, DepthIsSeenBehindWhatOnlyLooksLikeAnEndOfIt) {
         {"a declaration", "<?xml version='<!--'?><r><?xml version=\"'\"?>" + deep},
         {"unknown nodes", "<!DOCTYPE '><?go \"><r></r ><r>" + deep},
         {"values", "<r x='/>' y=\"</r>\" z=a&amp;b>" + deep},
+        {"white space around an equals sign", "<r x = '1' y\n=\t\"2\" z\r=3 >" + deep},
         {"text with references", "<r>&lt;/r&gt; &#65; &#x41; & &unknown;" + deep},
         {"closed siblings", "<r>" + Repeated("<b></b>", 6000) + deep},
         {"a closed root", "<r></r>" + deep},
@@ -398,7 +399,7 @@ TEST(XmlNestingLimitTest, DepthIsSeenBehindAnyByteWhateverItTakesAlong) {
 // It is hexadecimal with an "x" only, and then reaches back to an "x"; else to a "#".
 TEST(XmlNestingLimitTest, DepthIsSeenBehindAReferenceThatStartsWithAnyByte) {
     const std::string deep = Repeated("<a>", ShallowDepth + 1);
-    for (const char* rest : {";", "65;", "aF;", "#65;", "x4a;"}) {
+    for (const char* rest : {";", "65;", "aF;", "#65;", "x4a;", "<!--#65;", "<!--x4a;"}) {
         size_t refused = 0;
         for (int byte = 1; byte < 256; ++byte) {
             const std::string text = std::string("<r>&#") + static_cast<char>(byte) + rest + deep;
