@@ -296,6 +296,7 @@ TEST(XmlNestingLimitTest, DepthIsSeenBehindWhatOnlyLooksLikeAnEndOfIt) {
         {"a declaration", "<?xml version='<!--'?><r><?xml version=\"'\"?>" + deep},
         {"unknown nodes", "<!DOCTYPE '><?go \"><r></r ><r>" + deep},
         {"values", "<r x='/>' y=\"</r>\" z=a&amp;b>" + deep},
+        {"values without quotes in front of others", "<r v=1 w='2' x=3\ty=\"4\" z=5\n>" + deep},
         {"white space around an equals sign", "<r x = '1' y\n=\t\"2\" z\r=3 >" + deep},
         {"text with references", "<r>&lt;/r&gt; &#65; &#x41; & &unknown;" + deep},
         {"closed siblings", "<r>" + Repeated("<b></b>", 6000) + deep},
@@ -376,6 +377,19 @@ TEST(XmlNestingLimitTest, DepthIsSeenBehindATagThatStartsWithAnyByte) {
     for (int byte = 1; byte < 256; ++byte) {
         const std::string tag = std::string("<") + static_cast<char>(byte) + ">";
         refused += ExpectTheParsersAnswers(tag + Repeated("<a>", ShallowDepth + 1));
+    }
+    EXPECT_GT(refused, 0U);
+}
+
+TEST(XmlNestingLimitTest, DepthIsSeenBehindAValueWithoutQuotesThatHoldsAnyByte) {
+    const std::string deep = Repeated("<a>", ShallowDepth + 1);
+    size_t refused = 0;
+    for (int byte = 1; byte < 256; ++byte) {
+        const std::string any(1, static_cast<char>(byte));
+        for (const std::string& value : {any, any + "1", "1" + any, any + "1" + any}) {
+            refused += ExpectTheParsersAnswers("<r x=" + value + " y='2'>" + deep);
+            refused += ExpectTheParsersAnswers("<r x=" + value + ">" + deep);
+        }
     }
     EXPECT_GT(refused, 0U);
 }
