@@ -292,8 +292,12 @@ TEST(XmlNestingLimitTest, DepthIsSeenBehindWhatOnlyLooksLikeAnEndOfIt) {
     const std::string deep = Repeated("<a>", ShallowDepth + 1);
     const std::vector<Decoy> cases = {
         {"a comment", "<!-- -- > --><r><!--></r>-->" + deep},
+        {"an empty comment", "<r><!---->" + deep},
+        {"a comment that starts like its end", "<r><!---><s>-->" + Repeated("<a>", ShallowDepth)},
+        {"an empty CDATA section", "<r><![CDATA[]]>" + deep},
         {"a CDATA section", "<r><![CDATA[</r><!--]]>" + deep},
         {"a declaration", "<?xml version='<!--'?><r><?xml version=\"'\"?>" + deep},
+        {"an instruction whose name is the beginning of the declaration's", "<?xm version='1'?><r><?xm?>" + deep},
         {"unknown nodes", "<!DOCTYPE '><?go \"><r></r ><r>" + deep},
         {"values", "<r x='/>' y=\"</r>\" z=a&amp;b>" + deep},
         {"values without quotes in front of others", "<r v=1 w='2' x=3\ty=\"4\" z=5\n>" + deep},
@@ -430,6 +434,16 @@ TEST(XmlNestingLimitTest, OnlyAnAmpersandAndAHashMakeAReferenceThatCanHideDepth)
         const std::string any(1, static_cast<char>(byte));
         refused += ExpectTheParsersAnswers("<r>" + any + "#1" + deep);
         refused += ExpectTheParsersAnswers("<r>&" + any + "1" + deep);
+    }
+    EXPECT_GT(refused, 0U);
+}
+
+// In the name such a byte stands for itself; as a character of a text it would take the next "<" along.
+TEST(XmlNestingLimitTest, DepthIsSeenBehindNamesThatEndInAnyByte) {
+    size_t refused = 0;
+    for (int byte = 1; byte < 256; ++byte) {
+        const std::string name = std::string("a") + static_cast<char>(byte);
+        refused += ExpectTheParsersAnswers(Repeated("<" + name + ">", ShallowDepth + 1));
     }
     EXPECT_GT(refused, 0U);
 }
