@@ -8,9 +8,11 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <csignal>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -257,10 +259,18 @@ TEST(ConfigFileTest, ATextOfTwoGibibytesIsRefusedAndLeavesTheFile) {
     std::string text;
     text.reserve(static_cast<size_t>(2 * GiB)); // address space only: nothing is written there
     text.*Get(ConfigFileTextLength()) = static_cast<size_t>(2 * GiB);
+    rlimit limit{};
+    ASSERT_EQ(getrlimit(RLIMIT_FSIZE, &limit), 0);
+    const rlimit little{1 << 20, limit.rlim_max}; // what is written all the same costs neither time nor memory
+    const auto former = signal(SIGXFSZ, SIG_IGN);
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &little), 0);
 
-    EXPECT_FALSE(WriteStringToFile(path, text));
+    const bool written = WriteStringToFile(path, text);
 
+    ASSERT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+    signal(SIGXFSZ, former);
     text.*Get(ConfigFileTextLength()) = 0;
+    EXPECT_FALSE(written);
     EXPECT_EQ(ReadWholeFile(path), "before");
 }
 
