@@ -107,7 +107,7 @@ private:
         }
         for (const char* q = end - 1; *q != (isHex ? 'x' : '#'); --q) {
             const auto digit = static_cast<unsigned char>(*q);
-            if ((isHex ? std::isxdigit(digit) : std::isdigit(digit)) == 0) {
+            if (!static_cast<bool>(isHex ? std::isxdigit(digit) : std::isdigit(digit))) {
                 return nullptr;
             }
         }
