@@ -516,9 +516,17 @@ std::string StopServices(SystemCalls& calls) {
     return RunCommand(calls, "0", DeviceWithBoth());
 }
 
-std::string StartFromFactory(SystemCalls& calls) {
+const Device& DeviceWithFactoryOnly() {
     static const Device device(FactoryOnly);
-    return RunCommand(calls, "1", device);
+    return device;
+}
+
+std::string StartFromFactory(SystemCalls& calls) {
+    return RunCommand(calls, "1", DeviceWithFactoryOnly());
+}
+
+std::string StopFromFactory(SystemCalls& calls) {
+    return RunCommand(calls, "0", DeviceWithFactoryOnly());
 }
 
 const std::string Off = "Protocol(OFF) disable\n";
@@ -566,33 +574,41 @@ Operation CommandOperation(const std::string& name, std::string (*run)(SystemCal
 const Service StartAbc = Start("ABC_loadservice");
 const Service StartXyz = Start("XYZ_loadservice");
 const Service StartNone = Start("");
+const Service StopAbc = Stop("ABC");
+const Service StopXyz = Stop("XYZ");
+const Service StopNone = Stop("");
 
 const Operation StartOperation = CommandOperation("Start", StartServices, StartAbc, StartXyz, StartNone);
-const Operation StopOperation = CommandOperation("Stop", StopServices, Stop("ABC"), Stop("XYZ"), Stop(""));
+const Operation StopOperation = CommandOperation("Stop", StopServices, StopAbc, StopXyz, StopNone);
 
-const std::string StartsFactory = WorkingFailed + StartXyz.run + FactoryOff + End;
-const std::string FindsNothing = WorkingFailed + StartNone.run + FactoryOff + End;
+Operation FactoryOperation(const std::string& name, std::string (*run)(SystemCalls&), const Service& xyz,
+                           const Service& none) {
+    const std::string all = WorkingFailed + xyz.run + FactoryOff + End;
+    const std::string findsNothing = WorkingFailed + none.run + FactoryOff + End;
+    return {name,
+            run,
+            all,
+            {
+                {"fopen", First, all}, // it finds nothing anyway
+                {"fopen", Second, NoConfiguration},
+                {"fopen", All, NoConfiguration},
+                {"fstat", Only, NoConfiguration},
+                {"fread", Only, NoConfiguration},
+                {"fclose", Only, all},
+                {"opendir", Only, findsNothing},
+                {"readdir", Nth(1, 4), findsNothing},
+                {"readdir", Nth(5, 5), all},
+                {"readdir", All, findsNothing},
+                {"closedir", Only, all},
+                {"system", Only, WorkingFailed + xyz.line + FactoryOff + End, {How::Fails}},
+                {"system", Only, all, {How::FailsAfterwards, How::Answers}},
+            }};
+}
 
-const Operation FactoryOperation = {
-    "StartFromTheFactoryCopy",
-    StartFromFactory,
-    StartsFactory,
-    {
-        {"fopen", First, StartsFactory}, // it finds nothing anyway
-        {"fopen", Second, NoConfiguration},
-        {"fopen", All, NoConfiguration},
-        {"fstat", Only, NoConfiguration},
-        {"fread", Only, NoConfiguration},
-        {"fclose", Only, StartsFactory},
-        {"opendir", Only, FindsNothing},
-        {"readdir", Nth(1, 4), FindsNothing},
-        {"readdir", Nth(5, 5), StartsFactory},
-        {"readdir", All, FindsNothing},
-        {"closedir", Only, StartsFactory},
-        {"system", Only, WorkingFailed + StartXyz.line + FactoryOff + End, {How::Fails}},
-        {"system", Only, StartsFactory, {How::FailsAfterwards, How::Answers}},
-    },
-};
+const Operation StartFromFactoryOperation =
+    FactoryOperation("StartFromTheFactoryCopy", StartFromFactory, StartXyz, StartNone);
+const Operation StopFromFactoryOperation =
+    FactoryOperation("StopFromTheFactoryCopy", StopFromFactory, StopXyz, StopNone);
 
 // --- The sweep ---
 
@@ -676,7 +692,7 @@ INSTANTIATE_TEST_SUITE_P(Operations, SystemCallFaultsTest,
                          testing::Values(&ReadOperation, &WriteOperation, &AccessReadOperation, &AccessWriteOperation,
                                          &ListOperation, &ConvertOperation, &WidenOperation, &LoadOperation,
                                          &SaveOperation, &CreateOperation, &StartOperation, &StopOperation,
-                                         &FactoryOperation),
+                                         &StartFromFactoryOperation, &StopFromFactoryOperation),
                          Name);
 
 // A function that no operation above calls would be watched in vain.
