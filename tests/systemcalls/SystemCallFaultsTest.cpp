@@ -477,16 +477,18 @@ Service Stop(const std::string& prefix) {
     return {line, "$ killall -15 " + prefix + "_Server\n" + line};
 }
 
-// The working copy is written in GB2312, the factory copy in UTF-8.
-enum Copies { Both, FactoryOnly };
+// The working copy is written in GB2312, the factory copy in UTF-8 unless it says otherwise.
+enum Copies { Both, BothInGb2312, FactoryOnly };
 
 struct Device : TemporaryDirectory {
     explicit Device(Copies copies) {
-        if (copies == Both) {
-            add(DeviceSandbox::WorkingConfig, ProtocolConfigText({{"OFF", false}, {"ABC"}, {"XYZ"}},
-                                                                 "<?xml version=\"1.0\" encoding=\"GB2312\"?>\n"));
+        const std::string gb2312 = "<?xml version=\"1.0\" encoding=\"GB2312\"?>\n";
+        const std::string utf8 = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
+        if (copies != FactoryOnly) {
+            add(DeviceSandbox::WorkingConfig, ProtocolConfigText({{"OFF", false}, {"ABC"}, {"XYZ"}}, gb2312));
         }
-        add(DeviceSandbox::FactoryConfig, ProtocolConfigText({{"XYZ"}, {"FACTORY", false}}));
+        add(DeviceSandbox::FactoryConfig,
+            ProtocolConfigText({{"XYZ"}, {"FACTORY", false}}, copies == BothInGb2312 ? gb2312 : utf8));
         add("/factory_setting/unread", ""); // the listing is given
     }
 
@@ -516,6 +518,19 @@ std::string StopServices(SystemCalls& calls) {
     return RunCommand(calls, "0", DeviceWithBoth());
 }
 
+const Device& DeviceWithBothInGb2312() {
+    static const Device device(BothInGb2312);
+    return device;
+}
+
+std::string StartWithoutUtf8(SystemCalls& calls) {
+    return RunCommand(calls, "1", DeviceWithBothInGb2312());
+}
+
+std::string StopWithoutUtf8(SystemCalls& calls) {
+    return RunCommand(calls, "0", DeviceWithBothInGb2312());
+}
+
 const Device& DeviceWithFactoryOnly() {
     static const Device device(FactoryOnly);
     return device;
@@ -535,11 +550,12 @@ const std::string End = "exit 0";
 const std::string NoConfiguration = std::string(WorkingFailed) + FactoryFailed + End;
 
 // Starting and stopping differ in the commands only. `none` is that of a protocol without a start program: the service
-// directory itself, or a server without a name.
+// directory itself, or a server without a name. A factory copy in UTF-8 is read without a conversion.
 Operation CommandOperation(const std::string& name, std::string (*run)(SystemCalls&), const Service& abc,
-                           const Service& xyz, const Service& none) {
+                           const Service& xyz, const Service& none, Copies copies = Both) {
     const std::string all = Off + abc.run + xyz.run + End;
     const std::string fromFactory = WorkingFailed + xyz.run + FactoryOff + End;
+    const std::string unconverted = copies == BothInGb2312 ? NoConfiguration : fromFactory;
     return {name,
             run,
             all,
@@ -551,8 +567,10 @@ Operation CommandOperation(const std::string& name, std::string (*run)(SystemCal
                 {"fread", First, fromFactory},
                 {"fread", All, NoConfiguration},
                 {"fclose", Only, all},
-                {"libiconv_open", Only, fromFactory},
-                {"libiconv", Only, fromFactory},
+                {"libiconv_open", First, fromFactory},
+                {"libiconv_open", All, unconverted},
+                {"libiconv", First, fromFactory},
+                {"libiconv", All, unconverted},
                 {"libiconv_close", Only, all},
                 {"opendir", First, Off + none.run + xyz.run + End},
                 {"opendir", Second, Off + abc.run + none.run + End},
@@ -580,6 +598,10 @@ const Service StopNone = Stop("");
 
 const Operation StartOperation = CommandOperation("Start", StartServices, StartAbc, StartXyz, StartNone);
 const Operation StopOperation = CommandOperation("Stop", StopServices, StopAbc, StopXyz, StopNone);
+const Operation StartWithoutUtf8Operation =
+    CommandOperation("StartWithBothCopiesInGb2312", StartWithoutUtf8, StartAbc, StartXyz, StartNone, BothInGb2312);
+const Operation StopWithoutUtf8Operation =
+    CommandOperation("StopWithBothCopiesInGb2312", StopWithoutUtf8, StopAbc, StopXyz, StopNone, BothInGb2312);
 
 Operation FactoryOperation(const std::string& name, std::string (*run)(SystemCalls&), const Service& xyz,
                            const Service& none) {
@@ -692,6 +714,7 @@ INSTANTIATE_TEST_SUITE_P(Operations, SystemCallFaultsTest,
                          testing::Values(&ReadOperation, &WriteOperation, &AccessReadOperation, &AccessWriteOperation,
                                          &ListOperation, &ConvertOperation, &WidenOperation, &LoadOperation,
                                          &SaveOperation, &CreateOperation, &StartOperation, &StopOperation,
+                                         &StartWithoutUtf8Operation, &StopWithoutUtf8Operation,
                                          &StartFromFactoryOperation, &StopFromFactoryOperation),
                          Name);
 
