@@ -345,9 +345,9 @@ constexpr const char* SavedDocument = "<?xml version=\"1.0\" encoding=\"utf-8\" 
 constexpr const char* CreatedDocument = "<?xml version=\"1.0\" encoding=\"utf-8\" standalone=\"no\" ?>\n"
                                         "<Configure name=\"HardwareConfig\" />\n";
 
-bool FindsSection(const XmlConfigureDocument& document) {
-    SafePointer<XmlConfigureNode> section;
-    return document.GetNode("Section", section);
+bool FindsNode(const XmlConfigureDocument& document, const char* name) {
+    SafePointer<XmlConfigureNode> node;
+    return document.GetNode(name, node);
 }
 
 std::string LoadDocument(SystemCalls& calls) {
@@ -358,7 +358,7 @@ std::string LoadDocument(SystemCalls& calls) {
 
     calls.watch([&] { loaded = document.Load(path, CharSetUtf8, ReadWrite); });
 
-    return std::string(Word(loaded)) + ", section: " + Word(FindsSection(document));
+    return std::string(Word(loaded)) + ", section: " + Word(FindsNode(document, "Section"));
 }
 
 const Operation LoadOperation = {
@@ -373,6 +373,56 @@ const Operation LoadOperation = {
         {"libiconv_open", Only, "false, section: false"}, // an empty text is no document
         {"libiconv", Only, "false, section: false"},      // nor is one that is cut
         {"libiconv_close", Only, "true, section: true"},
+    },
+};
+
+// Of another document, whose character has other bytes in UTF-8: what is saved tells what it was taken for.
+constexpr const char* EarlierDocument = "<?xml version=\"1.0\" encoding=\"GB2312\"?>\n"
+                                        "<Configure name=\"\xCD\xF8\"><Configure name=\"Earlier\"/></Configure>\n";
+constexpr const char* EarlierSaved =
+    "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n"
+    "<Configure name=\"\xE7\xBD\x91\">\n\t<Configure name=\"Earlier\" />\n</Configure>\n";
+
+// The first Load is for writing, in GB2312; the second one for reading only, as UTF-8, of another file. Which of them a
+// Save obeys shows in the first file. The second file is never written.
+std::string LoadAgain(SystemCalls& calls) {
+    const TemporaryDirectory dir;
+    const std::string earlier = dir.write("earlier", EarlierDocument);
+    const std::string later = dir.write("later", Gb2312Document);
+    XmlConfigureDocument document;
+    EXPECT_TRUE(document.Load(earlier, CharSetGb2312, ReadWrite));
+    bool loaded = false;
+
+    calls.watch([&] { loaded = document.Load(later, CharSetUtf8, ReadOnly); });
+
+    std::string report = std::string(Word(loaded)) + ", earlier: " + Word(FindsNode(document, "Earlier")) +
+                         ", section: " + Word(FindsNode(document, "Section"));
+    report += std::string("; saved: ") + Word(document.Save());
+    EXPECT_EQ(ReadWholeFile(later), Gb2312Document);
+    const std::string content = ReadWholeFile(earlier);
+    return report + ", file: " + (content == EarlierDocument ? "what it was" : content);
+}
+
+const std::string LoadedAgain = "true, earlier: false, section: true; saved: true, file: what it was";
+// Nothing was read: the tree is still the earlier one.
+const std::string KeptEarlier = "false, earlier: true, section: false; saved: true, file: " + std::string(EarlierSaved);
+// The tree was given up for the text of the second file, of which too little came: that is what is saved.
+const std::string LostEarlier = "false, earlier: false, section: false; saved: true, file: ";
+const std::string LeftOfTheCut = "<?xml version=\"1.0\" encoding=\"utf-8\" ?>\n<Configure />\n";
+
+const Operation LoadAgainOperation = {
+    "DocumentLoadedAgain",
+    LoadAgain,
+    LoadedAgain,
+    {
+        {"fopen", Only, KeptEarlier},
+        {"fstat", Only, KeptEarlier},
+        {"fread", Only, KeptEarlier},
+        {"fclose", Only, LoadedAgain},
+        {"libiconv_open", Only, LostEarlier},
+        {"libiconv", Only, LostEarlier, {How::Fails}},
+        {"libiconv", Only, LostEarlier + LeftOfTheCut, {How::FailsHalfway}},
+        {"libiconv_close", Only, LoadedAgain},
     },
 };
 
@@ -713,8 +763,8 @@ TEST_P(SystemCallFaultsTest, WhateverCallFailsWithWhateverErrorTheTableSaysWhatC
 INSTANTIATE_TEST_SUITE_P(Operations, SystemCallFaultsTest,
                          testing::Values(&ReadOperation, &WriteOperation, &AccessReadOperation, &AccessWriteOperation,
                                          &ListOperation, &ConvertOperation, &WidenOperation, &LoadOperation,
-                                         &SaveOperation, &CreateOperation, &StartOperation, &StopOperation,
-                                         &StartWithoutUtf8Operation, &StopWithoutUtf8Operation,
+                                         &LoadAgainOperation, &SaveOperation, &CreateOperation, &StartOperation,
+                                         &StopOperation, &StartWithoutUtf8Operation, &StopWithoutUtf8Operation,
                                          &StartFromFactoryOperation, &StopFromFactoryOperation),
                          Name);
 
