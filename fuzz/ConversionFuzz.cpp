@@ -8,56 +8,17 @@
 
 #include "charset/CharSetConverter.h"
 #include "fuzz/Check.h"
+#include "fuzz/LibraryConversion.h"
 
-#include <cerrno>
 #include <cstdint>
 #include <cstring>
 #include <memory>
 #include <string>
 #include <vector>
 
-// GNU libiconv's own functions by the names they have in its objects: its header would rename the C library's.
-extern "C" {
-void* libiconv_open(const char* toCode, const char* fromCode);
-size_t libiconv(void* descriptor, char** in, size_t* inLeft, char** out, size_t* outLeft);
-int libiconv_close(void* descriptor);
-}
-
 namespace {
 
 constexpr uint32_t Types[] = {0, 1, 2, 3, 4, 99, 0x80000000U, UINT32_MAX};
-
-const char* NameOf(uint32_t type) {
-    if (type == 0) {
-        return "gb2312";
-    }
-    if (type == 1) {
-        return "utf-8";
-    }
-    return type == 3 ? "utf-16" : "gbk";
-}
-
-// One whole conversion by many calls of the library, each with room for little more than one character.
-std::string InSteps(const std::string& text, uint32_t from, uint32_t to) {
-    void* descriptor = libiconv_open(NameOf(to), NameOf(from));
-    Check(descriptor != reinterpret_cast<void*>(-1), "the library refuses one of the four sets");
-    std::string input = text;
-    char* in = input.data();
-    size_t inLeft = input.size();
-    std::string all;
-    for (;;) {
-        char piece[8];
-        char* out = piece;
-        size_t outLeft = sizeof piece;
-        const size_t result = libiconv(descriptor, &in, &inLeft, &out, &outLeft);
-        all.append(piece, out);
-        if (result != static_cast<size_t>(-1) || errno != E2BIG) {
-            break;
-        }
-    }
-    Check(libiconv_close(descriptor) == 0, "the library does not close");
-    return all;
-}
 
 // The characters in front of the first place where the text is not UTF-8, and whether that is its end. GNU libiconv
 // takes what Unicode has; the C library still takes the five and six bytes of RFC 2279. Both refuse surrogates.
@@ -200,7 +161,7 @@ void CheckConvert(const std::string& text, uint32_t from, uint32_t to) {
     std::string converted = "before";
     CharSetConverter::Convert(text, converted, static_cast<CharSetType>(from), static_cast<CharSetType>(to));
 
-    CheckEqual(converted, UpToZero(InSteps(text, from, to)), "a whole conversion differs from one in steps");
+    CheckEqual(converted, UpToZero(ConvertInSteps(text, from, to)), "a whole conversion differs from one in steps");
     if (IsUnicode(from) && IsUnicode(to)) {
         std::vector<uint32_t> characters;
         if (from == 1) {
@@ -232,7 +193,7 @@ void CheckConvert(const std::string& text, uint32_t from, uint32_t to) {
 // One call into an output of any size: all that fits of the whole, a zero byte behind it, and nothing beyond (the block
 // on the heap is exactly as large, so the address sanitizer sees a byte too many).
 void CheckShortOutput(const std::string& text, uint32_t from, uint32_t to, size_t room) {
-    const std::string whole = InSteps(text, from, to);
+    const std::string whole = ConvertInSteps(text, from, to);
     const std::unique_ptr<char[]> out(new char[room + 1]);
     std::memset(out.get(), 'x', room + 1);
     size_t left = room;
@@ -278,7 +239,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
     const uint32_t to = Types[data[1] % 8U];
     const std::string text(reinterpret_cast<const char*>(data + 3), size - 3);
 
-    CheckEqual(GetCharSetName(static_cast<CharSetType>(from)), NameOf(from), "the name of a set");
+    CheckEqual(GetCharSetName(static_cast<CharSetType>(from)), LibraryNameOf(from), "the name of a set");
     CheckConvert(text, from, to);
     CheckShortOutput(text, from, to, data[2]);
     CheckWide(text);
