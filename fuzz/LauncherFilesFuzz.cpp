@@ -6,13 +6,12 @@
 // its part is "none". A name holds any byte but "/" and zero, so every name that a kernel gives can be written.
 
 #include "fuzz/Check.h"
+#include "fuzz/DocumentModel.h"
 #include "fuzz/LauncherModel.h"
 #include "fuzz/LauncherSeam.h"
-#include "fuzz/MemoryFile.h"
-#include "runtime/SafePointer.h"
-#include "xmlconfig/XmlConfigureDocument.h"
-#include "xmlconfig/XmlConfigureItem.h"
-#include "xmlconfig/XmlConfigureNode.h"
+
+#include <strings.h>
+#include <tinyxml.h>
 
 #include <cstdint>
 #include <dirent.h>
@@ -47,34 +46,23 @@ unsigned char TypeOf(char letter) {
     }
 }
 
-bool IsTrue(std::string text) {
-    for (char& c : text) {
-        c = c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-    }
-    return text == "true";
-}
-
-// What the configuration tree reads from a copy: the tree is fuzzed elsewhere, here it is what the model starts from.
+// The records of a copy, by a reading that shares nothing with the product's.
 ModelConfig Read(const std::optional<std::string>& content) {
-    static const MemoryFile file;
-    if (!content.has_value()) {
+    constexpr unsigned Utf8 = 1;
+    constexpr unsigned ReadOnly = 1;
+    DocumentModel document;
+    if (!content.has_value() || !document.load({Utf8, ReadOnly, *content})) {
         return {};
     }
-    file.write(*content);
-    XmlConfigureDocument document;
-    SafePointer<XmlConfigureNode> section;
-    std::vector<SafePointer<XmlConfigureItem>> items;
-    if (!document.Load(file.path(), 1, ReadOnly) || !document.GetNode("ProtocolConfig", section) ||
-        !section->GetItems(items)) {
+    const TiXmlElement* section = FindNode(*document.rootElement(), "ProtocolConfig");
+    if (section == nullptr || ItemsOf(*section).empty()) {
         return {};
     }
     std::vector<ModelRecord> records;
-    for (const SafePointer<XmlConfigureItem>& item : items) {
-        std::string name;
-        std::string enable;
-        static_cast<void>(item->GetString("ProtocolName", name));
-        static_cast<void>(item->GetString("ProtocolEnable", enable));
-        records.push_back({name, IsTrue(enable)});
+    for (const TiXmlElement* item : ItemsOf(*section)) {
+        const char* name = item->Attribute("ProtocolName");
+        const char* enable = item->Attribute("ProtocolEnable");
+        records.push_back({name == nullptr ? "" : name, enable != nullptr && strcasecmp(enable, "true") == 0});
     }
     return records;
 }
@@ -82,6 +70,9 @@ ModelConfig Read(const std::optional<std::string>& content) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
+    if (size > DocumentModel::MaxBytes) {
+        return 0;
+    }
     const std::string input(reinterpret_cast<const char*>(data), size);
     const std::vector<std::string> parts = Split(input, "\n/=====/\n", 4);
 
