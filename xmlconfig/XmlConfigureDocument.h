@@ -21,7 +21,9 @@ enum XmlOpenMode : uint32_t {
 /// Owns:    the parsed tree. Nodes and items point into it: let them go before the document is destroyed or loaded
 ///          again. Not copied.
 /// Fails:   by result; throws only what `ReadFileToString` does and, from `GetNode`, what the safe pointers throw. Nothing
-///          is printed, but for the converter's line in the log when a conversion cannot be opened.
+///          is printed, but for the converter's line in the log when a conversion cannot be opened. A Load that ends by
+///          std::bad_alloc inside TinyXML's parser leaks what it had read of the element on the top level: the library
+///          links a node only when it is parsed to its end, and loses it until then.
 /// Threads: one, from Load to Save.
 class XmlConfigureDocument {
 public:

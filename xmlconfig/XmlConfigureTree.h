@@ -15,7 +15,8 @@ class TiXmlElement;  // IWYU pragma: keep
 /// The parsed XML document behind an `XmlConfigureDocument`, which alone uses it.
 ///
 /// Owns:    the TinyXML document and so every element. Not copied.
-/// Fails:   by result; throws only std::bad_alloc and, from `FindNode`, what the safe pointers throw.
+/// Fails:   by result; throws only std::bad_alloc and, from `FindNode`, what the safe pointers throw. A parse that ends
+///          by std::bad_alloc inside TinyXML's parser leaks what `XmlConfigureDocument` says.
 /// Threads: one.
 ///
 /// Every parse first deletes what the document held, so nodes and items of an earlier parse dangle. A text ends at its

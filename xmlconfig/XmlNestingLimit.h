@@ -20,5 +20,6 @@ inline constexpr size_t SpareBytes = 4;
 /// seems to be passed, what stands before that place is parsed to make sure.
 /// @param text with `SpareBytes` zero bytes behind it.
 /// @param encoding the TiXmlEncoding that the parse would be given.
-/// Throws only std::bad_alloc. Any thread.
+/// Throws only std::bad_alloc, with the leak that `XmlConfigureDocument` tells of when it comes from TinyXML's parser.
+/// Any thread.
 bool NestsTooDeep(const char* text, int encoding);

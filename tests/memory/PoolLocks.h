@@ -4,6 +4,8 @@
 #include "runtime/SafePointerRecord.h"
 #include "tests/runtime/RuntimeProbe.h"
 
+#include <gtest/gtest.h>
+
 #include <algorithm>
 #include <cstddef>
 
@@ -13,4 +15,11 @@ inline size_t HeldLocks(SafePointerPool& pool) {
     const auto ofRecords = std::count_if(fields.records.begin(), fields.records.end(),
                                          [](SafePointerRecord* record) { return IsHeld(record->lock); });
     return static_cast<size_t>(ofRecords) + (IsHeld(fields.lock) ? 1 : 0);
+}
+
+/// Expects that so many records are taken, and that nobody holds the lock of one or of the pool.
+inline void ExpectRecords(size_t taken) {
+    SafePointerPool& pool = *SafePointerPool::instance();
+    EXPECT_EQ(RecordsOut(pool), taken);
+    EXPECT_EQ(HeldLocks(pool), 0U);
 }
