@@ -4,13 +4,17 @@
 #include "tests/memory/DocumentTexts.h"
 #include "tests/memory/FaultSweep.h"
 #include "tests/memory/PoolLocks.h"
+#include "tests/support/AllocationFault.h"
 #include "tests/support/PrivateMember.h"
+#include "tests/support/Repeated.h"
 #include "tests/support/TemporaryDirectory.h"
 #include "xmlconfig/XmlConfigureDocument.h"
 #include "xmlconfig/XmlConfigureNode.h"
+#include "xmlconfig/XmlNestingLimit.h"
 
 #include <gtest/gtest.h>
 
+#include <cstddef>
 #include <cstdint>
 #include <set>
 #include <string>
@@ -30,6 +34,14 @@ std::tuple<bool, uint32_t, uint32_t, std::string> StateOf(const XmlConfigureDocu
             document.*Get(MemoryDocumentMode()), document.*Get(MemoryDocumentPath())};
 }
 
+// As many "<" as an ordinary configuration never has: the nesting check walks over the text, and has the library read
+// the declaration.
+const std::string ManyBrackets(MaxElementDepth + 1, '<');
+const std::string WalkedText = "<?xml version=\"1.0\" encoding=\"a long name, on the heap\"?>\n"
+                               "<!--" +
+                               ManyBrackets +
+                               "-->\n<Configure name=\"Device\"><Configure name=\"Names\"/></Configure>\n";
+
 struct LoadCase {
     const char* name;
     const std::string& text;
@@ -46,6 +58,7 @@ const LoadCase LoadCases[] = {
     {"Load of GB2312 as it is", Gb2312Text, CharSetGb2312, ReadWrite},
     {"Load of UTF-8 as GBK", Utf8Text, CharSetGbk, ReadOnly},
     {"Load of GB2312 as GBK", Gb2312Text, CharSetGbk, ReadWrite},
+    {"Load of a text that the nesting check walks over", WalkedText, CharSetUtf8, ReadOnly},
 };
 
 // A file that cannot be opened is one that cannot be read; a text whose conversion cannot be opened is empty, and does
@@ -94,6 +107,57 @@ TEST_F(LoadMemoryTest, ADocumentThatFailedToLoadForLackOfMemoryKeepsItsStateAndL
             SafePointer<XmlConfigureNode> node;
             EXPECT_TRUE(document.GetNode("Names", node));
         });
+    }
+}
+
+// The attribute that is there twice ends the parse, which the walk over the text does not see: it seems too deep, and
+// the library is asked.
+TEST_F(LoadMemoryTest, AFileThatIsParsedToSeeHowDeepItNestsFailsForLackOfMemoryAndLeavesTheDocumentUsable) {
+    const std::string text = "<Configure name=\"Device\" name=\"Device\">" + Repeated("<a>", MaxElementDepth);
+    const std::string path = directory.write("deep.xml", text);
+    const std::string good = directory.write("good.xml", Utf8Text);
+    // The file is refused in the end, whatever refuses it: that is this operation's success.
+    const FaultRules rules = {
+        {"operator new", Ending::Threw, Ending::Threw},
+        {"fopen", Ending::True, Ending::True},
+        {"other", Ending::True, Ending::Threw},
+    };
+
+    SweepFaults("Load of a text that seems too deep", [&](FaultyAttempt& attempt) {
+        XmlConfigureDocument document;
+        ASSERT_TRUE(document.Load(good, CharSetUtf8, ReadWrite));
+        const auto before = StateOf(document);
+
+        attempt.run(rules, [&] { return !document.Load(path, CharSetUtf8, ReadOnly); });
+
+        EXPECT_EQ(StateOf(document), before);
+        EXPECT_FALSE(document.Load(path, CharSetUtf8, ReadOnly));
+        EXPECT_TRUE(document.Load(good, CharSetUtf8, ReadOnly));
+        SafePointer<XmlConfigureNode> node;
+        EXPECT_TRUE(document.GetNode("Names", node));
+    });
+}
+
+// A parse as deep as the limit takes long: refused is only the last allocation, for the error that the document gets,
+// and one at the bottom of the parse, whose exception comes through all levels.
+TEST_F(LoadMemoryTest, AFileThatNestsTooDeepFailsForLackOfMemoryAndLeavesTheDocumentUsable) {
+    const std::string path = directory.write("deep.xml", Repeated("<a>", MaxElementDepth + 1));
+    const std::string good = directory.write("good.xml", Utf8Text);
+    XmlConfigureDocument document;
+    const AllocationFault none(0);
+    EXPECT_FALSE(document.Load(path, CharSetUtf8, ReadOnly));
+    const size_t all = AllocationFault::made();
+
+    for (const size_t n : {all, all - 3}) {
+        FaultyAttempt attempt(n, AllocationFault::Extent::One);
+        XmlConfigureDocument fresh;
+
+        attempt.run(LoadRules, [&] { return !fresh.Load(path, CharSetUtf8, ReadOnly); });
+
+        EXPECT_TRUE(attempt.happened()) << n;
+        EXPECT_TRUE(fresh.Load(good, CharSetUtf8, ReadOnly));
+        SafePointer<XmlConfigureNode> node;
+        EXPECT_TRUE(fresh.GetNode("Names", node));
     }
 }
 

@@ -54,6 +54,7 @@ LibraryCall* running = nullptr; // the one that the program is in
 bool runningWasRefused = false;
 
 bool environmentIsRead = false;
+int64_t made = 0;         // since the last plan
 int64_t untilFailure = 0; // 0: none is planned
 bool untilTheEnd = false;
 bool active = false; // failing, in a plan without end
@@ -75,6 +76,7 @@ void Report(const char* text) {
 }
 
 void Plan(int64_t n, bool toTheEnd) {
+    made = 0;
     untilFailure = n;
     untilTheEnd = toTheEnd;
     active = false;
@@ -118,6 +120,7 @@ void NoteRefusal() {
 
 bool IsRefused() {
     ReadEnvironment();
+    ++made;
     if (!active) {
         if (untilFailure == 0 || --untilFailure != 0) {
             return false;
@@ -166,6 +169,10 @@ AllocationFault::~AllocationFault() {
 void AllocationFault::stop() {
     untilFailure = 0;
     active = false;
+}
+
+size_t AllocationFault::made() {
+    return static_cast<size_t>(::made);
 }
 
 bool AllocationFault::happened() {

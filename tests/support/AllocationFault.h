@@ -37,6 +37,9 @@ public:
     /// From now on no allocation fails.
     static void stop();
 
+    /// @return how many allocations there were since the last plan, failed ones too.
+    static size_t made();
+
     /// @return whether an allocation failed; fewer than n were made otherwise.
     static bool happened();
 
