@@ -19,7 +19,8 @@ public:
     ProtocolTypeInfo();
     /// Copies the four fields; the tag is set anew.
     ProtocolTypeInfo(const ProtocolTypeInfo& other);
-    /// Copies the four fields and leaves the tag. Assigning a record to itself changes nothing.
+    /// Copies the four fields and leaves the tag. Assigning a record to itself changes nothing. When a text cannot be
+    /// copied, the fields before it are the other's already, and those from it on are as they were.
     ProtocolTypeInfo& operator=(const ProtocolTypeInfo& other);
     ~ProtocolTypeInfo() override;
 

@@ -105,6 +105,27 @@ TEST(FilesMemoryTest, AFileThatCouldNotBeReadToATextForLackOfMemoryLeavesTheText
     }
 }
 
+TEST(FilesMemoryTest, ATextThatCouldNotBeWrittenForLackOfMemoryLeavesTheFileAsItWas) {
+    // The file is opened, and emptied, when all else is done; its stream writes without a buffer, too.
+    const FaultRules rules = {{"operator new", Ending::Threw, Ending::Threw},
+                              {"iconv_open", Ending::False, Ending::False},
+                              {"fopen", Ending::False, Ending::False},
+                              {"other", Ending::True, Ending::True}};
+    const TemporaryDirectory directory;
+    for (const size_t length : {size_t{0}, size_t{100}, size_t{10000}}) {
+        const std::string text(length, 'x');
+        SweepFaults("WriteStringToFile of " + std::to_string(length) + " bytes", [&](FaultyAttempt& attempt) {
+            const std::string path = directory.write("file", "before");
+
+            attempt.run(rules, [&] { return WriteStringToFile(path, text); });
+
+            EXPECT_EQ(ReadWholeFile(path), attempt.succeeded() ? text : "before");
+            EXPECT_TRUE(WriteStringToFile(path, text));
+            EXPECT_EQ(ReadWholeFile(path), text);
+        });
+    }
+}
+
 TEST(FilesMemoryTest, AListingThatCouldNotBeMadeForLackOfMemoryHasTheNamesFoundSoFar) {
     const FaultRules rules = {{"operator new", Ending::Threw, Ending::Threw},
                               {"opendir", Ending::False, Ending::False}};
