@@ -31,15 +31,26 @@ constexpr const char* BadAllocWithoutMemory =
 // std::bad_alloc itself.
 constexpr const char* NoRoomForAnException = "terminate called without an active exception\n";
 
-// The first one is enabled: nothing is printed between the reading of the configuration and its listing.
-const std::vector<ConfigEntry> WorkingEntries{{"ABC"}, {"OFF", false}, {"XYZ"}};
+// The first one is enabled: nothing is printed between the reading of the configuration and its listing. The start
+// program of LNG has a name that is too long for a command.
+const std::vector<ConfigEntry> WorkingEntries{{"ABC"}, {"OFF", false}, {"LNG"}, {"XYZ"}};
 const std::vector<ConfigEntry> FactoryEntries{{"FAC"}, {"OUT", false}};
+const std::vector<ConfigEntry> NoEntries;
+const std::string LongPrefix = "LNG" + std::string(50, 'x');
+
+enum class Copy {
+    Utf8,
+    Gb2312,
+    Missing,
+    Cut, // before the end of the root element: it is read whole, parsed to there, and refused
+};
 
 struct RunCase {
     const char* name;
     const char* mode;
     const char* extent;
-    const char* workingDeclaration; // null: there is no working copy
+    Copy working;
+    Copy factory = Copy::Utf8;
 };
 
 void PrintTo(const RunCase& runCase, std::ostream* out) {
@@ -92,6 +103,11 @@ public:
 private:
     void handleEnabled(const std::string& name) {
         const bool starts = std::string(runCase.mode) == "1";
+        if (name == "LNG") {
+            run.err += "Wyvern: protocol \"LNG\": the command for the file \"" + LongPrefix +
+                       "_loadservice_x\" is longer than 63 characters and is not run\n";
+            return;
+        }
         const std::string command = starts ? "/factory_setting/" + (name.empty() ? "" : name + "_loadservice_x")
                                            : "killall -15 " + name + "_Server";
         run.commands.push_back(command);
@@ -122,11 +138,21 @@ public:
 private:
     bool rest() const { return std::string(runCase.extent) == "rest"; }
 
-    bool factoryIsRead() const { return runCase.workingDeclaration == nullptr; }
+    static bool isRefused(Copy copy) { return copy == Copy::Missing || copy == Copy::Cut; }
 
-    const std::vector<ConfigEntry>& entries() const { return factoryIsRead() ? FactoryEntries : WorkingEntries; }
+    bool factoryIsRead() const { return isRefused(runCase.working); }
 
-    Model start() const { return Model(runCase).print(factoryIsRead() ? WorkingFailed : ""); }
+    const std::vector<ConfigEntry>& factoryEntries() const {
+        return isRefused(runCase.factory) ? NoEntries : FactoryEntries;
+    }
+
+    const std::vector<ConfigEntry>& entries() const { return factoryIsRead() ? factoryEntries() : WorkingEntries; }
+
+    Model startFromFactoryCopy() const {
+        return Model(runCase).print(WorkingFailed).print(isRefused(runCase.factory) ? FactoryFailed : "");
+    }
+
+    Model start() const { return factoryIsRead() ? startFromFactoryCopy() : Model(runCase); }
 
     Outcome undisturbed() const { return start().handle(entries(), All).ends(); }
 
@@ -138,10 +164,23 @@ private:
         return count;
     }
 
+    // The line that the working copy is refused by is the first one: standard output gets its buffer then. That is the
+    // last allocation besides those of operator new before the factory copy is opened.
+    bool workingIsRefused(size_t before) const {
+        if (!factoryIsRead()) {
+            return false;
+        }
+        size_t line = 0;
+        for (size_t i = 0; i < runs.size() && opened("fopen", i + 1) < 2; ++i) {
+            line = runs[i].refused.call == "other" ? i : line;
+        }
+        return line < before;
+    }
+
     // How far a run came: the configuration that was opened last, the listing that was begun last.
     Model upTo(size_t i) const {
         Model model(runCase);
-        if (factoryIsRead() && opened("fopen", i) >= 1) {
+        if (workingIsRefused(i)) {
             model.print(WorkingFailed);
         }
         const int listed = opened("opendir", i);
@@ -162,7 +201,7 @@ private:
             return Model(runCase).print(WorkingFailed).print(FactoryFailed).ends();
         }
         if (refused.call == "fopen" || refused.call == "libiconv_open") {
-            return Model(runCase).print(WorkingFailed).handle(FactoryEntries, All).ends();
+            return startFromFactoryCopy().handle(factoryEntries(), All).ends();
         }
         return undisturbed(); // nothing, or what the C library does without
     }
@@ -283,32 +322,45 @@ std::vector<Outcome> RunSweep(const DeviceSandbox& device, const RunCase& runCas
 class WyvernMemoryTest : public testing::TestWithParam<RunCase> {
 protected:
     WyvernMemoryTest() {
-        for (const char* name : {"ABC", "XYZ", "FAC"}) {
-            device.addStartProgram(std::string(name) + "_loadservice_x");
+        for (const std::string& prefix : {std::string("ABC"), LongPrefix, std::string("XYZ"), std::string("FAC")}) {
+            device.addStartProgram(prefix + "_loadservice_x");
         }
-        if (GetParam().workingDeclaration != nullptr) {
-            device.write(DeviceSandbox::WorkingConfig,
-                         ProtocolConfigText(WorkingEntries, GetParam().workingDeclaration));
+        write(DeviceSandbox::WorkingConfig, GetParam().working, WorkingEntries);
+        write(DeviceSandbox::FactoryConfig, GetParam().factory, FactoryEntries);
+    }
+
+    void write(const char* path, Copy copy, const std::vector<ConfigEntry>& entries) const {
+        const std::string text =
+            ProtocolConfigText(entries, copy == Copy::Gb2312 ? Gb2312Declaration : Utf8Declaration);
+        if (copy != Copy::Missing) {
+            device.write(path, copy == Copy::Cut ? text.substr(0, text.rfind("</Configure>")) : text);
         }
-        device.write(DeviceSandbox::FactoryConfig, ProtocolConfigText(FactoryEntries));
     }
 
     const DeviceSandbox device;
 };
 
 const RunCase Cases[] = {
-    {"StartOneRefused", "1", "one", Utf8Declaration},
-    {"StopOneRefused", "0", "one", Utf8Declaration},
-    {"StartRestRefused", "1", "rest", Utf8Declaration},
-    {"StopRestRefused", "0", "rest", Utf8Declaration},
-    {"StartFromFactoryCopyOneRefused", "1", "one", nullptr},
-    {"StopFromFactoryCopyOneRefused", "0", "one", nullptr},
-    {"StartFromFactoryCopyRestRefused", "1", "rest", nullptr},
-    {"StopFromFactoryCopyRestRefused", "0", "rest", nullptr},
-    {"StartFromGb2312OneRefused", "1", "one", Gb2312Declaration},
-    {"StopFromGb2312OneRefused", "0", "one", Gb2312Declaration},
-    {"StartFromGb2312RestRefused", "1", "rest", Gb2312Declaration},
-    {"StopFromGb2312RestRefused", "0", "rest", Gb2312Declaration},
+    {"StartOneRefused", "1", "one", Copy::Utf8},
+    {"StopOneRefused", "0", "one", Copy::Utf8},
+    {"StartRestRefused", "1", "rest", Copy::Utf8},
+    {"StopRestRefused", "0", "rest", Copy::Utf8},
+    {"StartFromGb2312OneRefused", "1", "one", Copy::Gb2312},
+    {"StopFromGb2312OneRefused", "0", "one", Copy::Gb2312},
+    {"StartFromGb2312RestRefused", "1", "rest", Copy::Gb2312},
+    {"StopFromGb2312RestRefused", "0", "rest", Copy::Gb2312},
+    {"StartFromFactoryCopyOneRefused", "1", "one", Copy::Missing},
+    {"StopFromFactoryCopyOneRefused", "0", "one", Copy::Missing},
+    {"StartFromFactoryCopyRestRefused", "1", "rest", Copy::Missing},
+    {"StopFromFactoryCopyRestRefused", "0", "rest", Copy::Missing},
+    {"StartWithWorkingCopyCutOneRefused", "1", "one", Copy::Cut},
+    {"StopWithWorkingCopyCutOneRefused", "0", "one", Copy::Cut},
+    {"StartWithWorkingCopyCutRestRefused", "1", "rest", Copy::Cut},
+    {"StopWithWorkingCopyCutRestRefused", "0", "rest", Copy::Cut},
+    {"StartWithBothCopiesCutOneRefused", "1", "one", Copy::Cut, Copy::Cut},
+    {"StopWithBothCopiesCutOneRefused", "0", "one", Copy::Cut, Copy::Cut},
+    {"StartWithBothCopiesCutRestRefused", "1", "rest", Copy::Cut, Copy::Cut},
+    {"StopWithBothCopiesCutRestRefused", "0", "rest", Copy::Cut, Copy::Cut},
 };
 
 } // namespace
@@ -331,7 +383,7 @@ TEST_P(WyvernMemoryTest, ARunDoesWhatFollowsFromTheCallThatWasRefusedMemory) {
         EXPECT_EQ(run.status, expected.status);
         EXPECT_EQ(run.refused.failed, !run.refused.call.empty() && run.refused.call != "other");
     }
-    EXPECT_GT(runs.size(), 100U) << "a run makes more allocations than that";
+    EXPECT_GT(runs.size(), 50U) << "a run makes more allocations than that";
     RecordProperty("refused", static_cast<int>(runs.size() - 1));
     std::printf("%s: %zu allocations refused\n", GetParam().name, runs.size() - 1);
 }
