@@ -11,7 +11,8 @@
 /// It is made on first use, which also registers its clean-up for the exit of the process. The creation mutexes of the
 /// singletons are made before `main`, so for a registry that is first used in `main` they are destroyed after the
 /// clean-up.
-/// Fails:   only `add`, with std::bad_alloc.
+/// Fails:   only `add`, with std::bad_alloc. Where the C library has no memory to register the clean-up, all the rest
+///          holds, and nothing is deleted at exit.
 /// Threads: any. Lock order: a singleton's creation mutex, then this registry's.
 class SingletonRegistry {
 public:

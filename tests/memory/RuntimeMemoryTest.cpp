@@ -9,6 +9,8 @@
 #include "tests/memory/PoolLocks.h"
 #include "tests/runtime/RuntimeProbe.h"
 #include "tests/runtime/SingltonInternals.h"
+#include "tests/support/AllocationFault.h"
+#include "tests/support/ChildProcess.h"
 #include "tests/support/PrivateMember.h"
 
 #include <gtest/gtest.h>
@@ -16,6 +18,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
 #include <functional>
 #include <memory>
 #include <string>
@@ -30,6 +33,11 @@ namespace {
 
 // All that the runtime allocates it asks operator new for.
 const FaultRules Rules = {{"operator new", Ending::Threw, Ending::Threw}};
+
+// The registry's clean-up at exit is registered with the C library, which takes memory for every 32nd of a process: where
+// that is refused, all the rest goes on, and nothing is cleaned up at exit.
+const FaultRules SingletonRules = {{"operator new", Ending::Threw, Ending::Threw},
+                                   {"other", Ending::True, Ending::Threw}};
 
 // An error that is thrown lies in memory for which the C++ runtime has a reserve; its text does not.
 const FaultRules ErrorRules = {{"operator new", Ending::Threw, Ending::Threw}, {"other", Ending::True, Ending::Threw}};
@@ -64,6 +72,24 @@ void DoARound(SafePointerPool& pool, size_t count) {
     }
     EXPECT_EQ(RecordsOut(pool), 0U);
     EXPECT_EQ(pool.acquireRecord(&object, "4Type")->address, &object);
+}
+
+// Leaves the C library no room for a further function to be called at exit.
+void FillTheExitFunctions() {
+    const AllocationFault counting(SIZE_MAX);
+    const auto addUntilMemoryIsTaken = [] {
+        const size_t before = AllocationFault::made();
+        size_t added = 0;
+        do {
+            EXPECT_EQ(std::atexit([] {}), 0);
+            ++added;
+        } while (AllocationFault::made() == before);
+        return added;
+    };
+    addUntilMemoryIsTaken();
+    for (size_t room = addUntilMemoryIsTaken() - 1; room > 0; --room) {
+        EXPECT_EQ(std::atexit([] {}), 0);
+    }
 }
 
 SafePointerPool& Pool() {
@@ -175,7 +201,7 @@ TEST(RuntimeMemoryTest, AnAllocatorOfNumbersThatCouldNotGrowForLackOfMemoryIsAsB
 
 TEST(RuntimeMemoryTest, ASingletonThatCouldNotBeMadeForLackOfMemoryIsMadeTheNextTimeAndRegisteredOnce) {
     SweepFaultsInChildren("a singleton", [](FaultyAttempt& attempt) {
-        attempt.run(Rules, [] { return Spacious::instance() != nullptr; });
+        attempt.run(SingletonRules, [] { return Spacious::instance() != nullptr; });
 
         WyMutex& creation = CreationMutexOf(SingltonInternals<Spacious>());
         RegistryFields registry = FieldsOf(SingletonRegistry::instance());
@@ -189,9 +215,26 @@ TEST(RuntimeMemoryTest, ASingletonThatCouldNotBeMadeForLackOfMemoryIsMadeTheNext
     });
 }
 
+TEST(RuntimeMemoryTest, ASingletonIsMadeAlsoWhenItsCleanUpCouldNotBeRegisteredForLackOfMemory) {
+    const ChildResult child = RunInChild([] {
+        FillTheExitFunctions();
+        {
+            const AllocationFault fault(1);
+            static_cast<void>(SingletonRegistry::instance());
+            EXPECT_EQ(AllocationFault::refused().call, "other");
+        }
+        EXPECT_EQ(Spacious::instance()->text.size(), 100U);
+        EXPECT_EQ(FieldsOf(SingletonRegistry::instance()).entries, std::vector<ISinglton*>{Spacious::instance()});
+        if (testing::Test::HasFailure()) {
+            std::exit(EXIT_FAILURE);
+        }
+    });
+    EXPECT_TRUE(child.exitedWith(EXIT_SUCCESS)) << child.output;
+}
+
 TEST(RuntimeMemoryTest, AMutexWithANumberThatCouldNotBeMadeForLackOfMemoryTakesNoNumber) {
     SweepFaultsInChildren("a mutex with a number", [](FaultyAttempt& attempt) {
-        attempt.run(Rules, [] { return WyIdMutex().getId() == 0; });
+        attempt.run(SingletonRules, [] { return WyIdMutex().getId() == 0; });
 
         EXPECT_EQ(IdsOut(*WyMutexIDAlloc::instance()), 0U);
         EXPECT_FALSE(IsHeld(FieldsOf(*WyMutexIDAlloc::instance()).lock));
