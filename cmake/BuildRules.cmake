@@ -7,8 +7,9 @@ target_compile_options(WyvernBuildFlags INTERFACE
     $<$<COMPILE_LANGUAGE:CXX>:-Wall;-Wextra;-Wpedantic;-Wconversion;-Wshadow>
     $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<BOOL:${WYVERN_WARNINGS_AS_ERRORS}>>:-Werror>)
 if(CMAKE_SIZEOF_VOID_P EQUAL 4)
-    # Sizes and inode numbers of 64 bits: without it, fstat and readdir fail on files that a large disk may hold.
-    target_compile_definitions(WyvernBuildFlags INTERFACE _FILE_OFFSET_BITS=64)
+    # Sizes, inode numbers and times of 64 bits: without them, fstat and readdir fail on files that a large disk may hold,
+    # and fstat on whatever was written, or merely read, after January 2038.
+    target_compile_definitions(WyvernBuildFlags INTERFACE _FILE_OFFSET_BITS=64 _TIME_BITS=64)
 endif()
 
 # What a release carries against the errors that tests did not find. Also given to the libraries built from source.

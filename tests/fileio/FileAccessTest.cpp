@@ -9,6 +9,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -21,6 +22,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <filesystem>
 #include <functional>
 #include <map>
@@ -983,6 +985,21 @@ TEST(FileAccessTest, GetSizeOfASparseFileBeyondFourGibibytesIsExact) {
     ASSERT_TRUE(file.Open(path.c_str(), FileRead));
 
     EXPECT_EQ(file.GetSize(), Size);
+}
+
+TEST(FileAccessTest, GetSizeOfAFileReadOrWrittenAfter2038IsExact) {
+    constexpr timespec In2040{2208988800, 0};
+    constexpr timespec Now{0, UTIME_NOW};
+    const timespec cases[][2] = {{In2040, Now}, {Now, In2040}};
+    for (const auto& dates : cases) {
+        const TemporaryDirectory dir;
+        const std::string path = dir.write("file", "abc");
+        FileAccess file;
+        ASSERT_TRUE(file.Open(path.c_str(), FileRead));
+        ASSERT_EQ(utimensat(AT_FDCWD, path.c_str(), dates, 0), 0);
+
+        EXPECT_EQ(file.GetSize(), 3);
+    }
 }
 
 TEST(FileAccessTest, GetSizeOfWhatHasNoSizeIsZero) {

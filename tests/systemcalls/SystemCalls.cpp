@@ -235,13 +235,16 @@ const std::vector<std::string_view>& WatchedFunctions() {
     return functions;
 }
 
-// The linker sends every call of a wrapped function here: each by the name that it has with 64-bit sizes, too.
+// The linker sends every call of a wrapped function here: each by the name that it has with 64-bit sizes and times, too.
 extern "C" {
 
 FILE* __real_fopen(const char* path, const char* mode);
 FILE* __real_fopen64(const char* path, const char* mode);
 int __real_fstat(int descriptor, struct stat* status);
 int __real_fstat64(int descriptor, struct stat64* status);
+#ifdef _TIME_BITS
+int __real___fstat64_time64(int descriptor, struct stat* status);
+#endif
 size_t __real_fread(void* buffer, size_t size, size_t count, FILE* stream);
 size_t __real_fwrite(const void* buffer, size_t size, size_t count, FILE* stream);
 int __real_fclose(FILE* stream);
@@ -271,6 +274,12 @@ int __wrap_fstat(int descriptor, struct stat* status) {
 int __wrap_fstat64(int descriptor, struct stat64* status) {
     return Measure(descriptor, status, __real_fstat64);
 }
+
+#ifdef _TIME_BITS
+int __wrap___fstat64_time64(int descriptor, struct stat* status) {
+    return Measure(descriptor, status, __real___fstat64_time64);
+}
+#endif
 
 size_t __wrap_fread(void* buffer, size_t size, size_t count, FILE* stream) {
     const Fault* const fault = Meet("fread");
