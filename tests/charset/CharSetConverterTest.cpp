@@ -3,6 +3,7 @@
 #include "runtime/LogSettings.h"
 #include "tests/charset/ConversionWatch.h"
 #include "tests/support/FailingAllocation.h"
+#include "tests/support/RepeatedPages.h"
 
 #include <gtest/gtest.h>
 
@@ -603,6 +604,20 @@ TEST(CharSetConverterTest, AnAllocationFailureLeavesTheResultAloneAndTheDescript
 
     EXPECT_EQ(failures, 2U) << "the working array, and the result";
 }
+
+#if SIZE_MAX <= 0xffffffff // elsewhere every text has room for six times as much
+TEST(CharSetConverterTest, ATextWhoseOutputNoArrayHoldsThrowsBadArrayNewLengthAndLeavesTheResultAlone) {
+    const std::string in = HugeText(0x100000000 / 6 + 1, 'a');
+    const LibiconvWatch watch;
+    std::string out = "before";
+
+    EXPECT_THROW(CharSetConverter::Convert(in, out, CharSetUtf8, CharSetGbk), std::bad_array_new_length);
+    EXPECT_EQ(out, "before");
+    ASSERT_EQ(watch.opens.size(), 1U);
+    EXPECT_TRUE(watch.conversions.empty());
+    EXPECT_EQ(watch.closes, std::vector<void*>{watch.opens[0].descriptor});
+}
+#endif
 
 TEST(CharSetConverterTest, ThreadsConvertWithoutDisturbingEachOther) {
     struct Case {

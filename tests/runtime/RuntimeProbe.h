@@ -64,6 +64,12 @@ struct RegistryFields {
 
 RegistryFields FieldsOf(SingletonRegistry& registry);
 
+/// @return where a field of this type can stand at the earliest, behind `end` bytes of other fields.
+template <class Field>
+constexpr size_t FirstPlaceFor(size_t end) {
+    return (end + alignof(Field) - 1) / alignof(Field) * alignof(Field);
+}
+
 /// @return the place of a field in its object, in bytes from the start.
 template <class Object, class Field>
 size_t PlaceOf(const Object& object, const Field& field) {

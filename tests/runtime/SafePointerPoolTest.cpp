@@ -45,7 +45,12 @@ protected:
 
     std::vector<SafePointerRecord*>& records() { return FieldsOf(pool).records; }
 
-    bool isTaken(uint64_t slot) { return (FieldsOf(pool).usedBits[slot / 32] >> (slot % 32) & 1U) != 0; }
+    /// A slot is kept in 64 bits wherever the program runs; what is indexed by it has no more than a size_t counts.
+    SafePointerRecord*& recordAt(uint64_t slot) { return records()[static_cast<size_t>(slot)]; }
+
+    bool isTaken(uint64_t slot) {
+        return (FieldsOf(pool).usedBits[static_cast<size_t>(slot / 32)] >> (slot % 32) & 1U) != 0;
+    }
 
     uint64_t acquire() { return pool.acquireRecord(&object, "4Type")->index; }
 
@@ -57,8 +62,8 @@ protected:
 
     /// As the last safe pointer does: the count is down to 0 when the record is given back.
     void release(uint64_t slot) {
-        records()[slot]->count = 0;
-        pool.releaseRecord(records()[slot], "4Type");
+        recordAt(slot)->count = 0;
+        pool.releaseRecord(recordAt(slot), "4Type");
     }
 
     /// @return the message of what `releaseRecord` throws, or "nothing".
@@ -123,10 +128,11 @@ TEST_F(SafePointerPoolTest, RecordsUsedBitsNamesLockAndHintStandInThisOrder) {
                                      PlaceOf(pool, fields.names), PlaceOf(pool, fields.lock),
                                      PlaceOf(pool, fields.hint)};
 
-    EXPECT_EQ(places, (std::vector<size_t>{0, sizeof(fields.records), sizeof(fields.records) + sizeof(fields.usedBits),
-                                           sizeof(fields.records) + sizeof(fields.usedBits) + sizeof(fields.names),
-                                           sizeof(fields.records) + sizeof(fields.usedBits) + sizeof(fields.names) +
-                                               sizeof(fields.lock)}));
+    const size_t usedBits = sizeof(fields.records);
+    const size_t names = usedBits + sizeof(fields.usedBits);
+    const size_t lock = names + sizeof(fields.names);
+    EXPECT_EQ(places,
+              (std::vector<size_t>{0, usedBits, names, lock, FirstPlaceFor<uint64_t>(lock + sizeof(fields.lock))}));
 }
 
 TEST_F(SafePointerPoolTest, AFreshPoolHas128FreeRecords) {
@@ -203,7 +209,7 @@ TEST_F(SafePointerPoolTest, TheSearchGoesFromTheHintsWordToTheLastAndThenFromThe
     struct Case {
         const char* what;
         size_t taken;
-        std::vector<uint64_t> released;
+        std::vector<size_t> released;
         std::vector<uint64_t> expected;
     };
     const std::vector<Case> cases{
@@ -224,7 +230,7 @@ TEST_F(SafePointerPoolTest, TheSearchGoesFromTheHintsWordToTheLastAndThenFromThe
         for (size_t i = 0; i < c.taken; ++i) {
             ASSERT_EQ(own.acquireRecord(&object, nullptr)->index, i);
         }
-        for (const uint64_t slot : c.released) {
+        for (const size_t slot : c.released) {
             own.releaseRecord(FieldsOf(own).records[slot], nullptr);
         }
 

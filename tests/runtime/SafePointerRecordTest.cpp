@@ -16,11 +16,12 @@ static_assert(std::is_same_v<decltype(SafePointerRecord::address), void*>);
 
 TEST(SafePointerRecordTest, LockCountIndexAndAddressStandInThisOrder) {
     SafePointerRecord record(0);
+    constexpr size_t Count = FirstPlaceFor<uint64_t>(sizeof(WyMutex));
 
     EXPECT_EQ(PlaceOf(record, record.lock), 0U);
-    EXPECT_EQ(PlaceOf(record, record.count), sizeof(WyMutex));
-    EXPECT_EQ(PlaceOf(record, record.index), sizeof(WyMutex) + sizeof(uint64_t));
-    EXPECT_EQ(PlaceOf(record, record.address), sizeof(WyMutex) + 2 * sizeof(uint64_t));
+    EXPECT_EQ(PlaceOf(record, record.count), Count);
+    EXPECT_EQ(PlaceOf(record, record.index), Count + sizeof(uint64_t));
+    EXPECT_EQ(PlaceOf(record, record.address), Count + 2 * sizeof(uint64_t));
     record.lock.destroy();
 }
 

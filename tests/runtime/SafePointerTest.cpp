@@ -360,7 +360,7 @@ TEST_F(SafePointerTest, ThreePointersShareOneRecordAndDestroyedInAnyOrderTheLast
         EXPECT_EQ(RawOf(*pointers[2]), RawOf(*pointers[0]));
         EXPECT_EQ(RecordsOut(Pool()), 1U);
 
-        for (uint64_t left = 3; left > 0; --left) {
+        for (size_t left = 3; left > 0; --left) {
             EXPECT_EQ(record->count, left);
             EXPECT_EQ(Object::deleted, 0);
             pointers[order[3 - left]].reset();

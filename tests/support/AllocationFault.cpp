@@ -30,6 +30,7 @@ void* HEAP(realloc)(void* block, size_t size);
 void* HEAP_ALIGNED(size_t alignment, size_t size);
 
 std::FILE* __real_fopen(const char* path, const char* mode);
+std::FILE* __real_fopen64(const char* path, const char* mode); // the name with 64-bit sizes where long has 32
 DIR* __real_opendir(const char* path);
 void* __real_iconv_open(const char* toCode, const char* fromCode);
 void* __real_libiconv_open(const char* toCode, const char* fromCode);
@@ -212,6 +213,10 @@ int posix_memalign(void** block, size_t alignment, size_t size) {
 
 std::FILE* __wrap_fopen(const char* path, const char* mode) {
     return Watched(fopenCall, static_cast<std::FILE*>(nullptr), [=] { return __real_fopen(path, mode); });
+}
+
+std::FILE* __wrap_fopen64(const char* path, const char* mode) {
+    return Watched(fopenCall, static_cast<std::FILE*>(nullptr), [=] { return __real_fopen64(path, mode); });
 }
 
 DIR* __wrap_opendir(const char* path) {

@@ -26,9 +26,10 @@ const std::set<std::string_view> OtherFunctions = {
 // Names that the compiler puts in by itself, for what it instruments and for C++: the product's own, and the standard
 // library's as far as they are no door to files.
 bool IsCompilersOwn(std::string_view name) {
-    const std::array<std::string_view, 14> fronts = {
-        "_Z",     "_Unwind_", "__asan_", "__cxa_",       "__dso_handle", "__errno_location", "__gcov_",
-        "__gxx_", "__lsan_",  "__llvm_", "__sanitizer_", "__stack_chk_", "__ubsan_",         "_GLOBAL_OFFSET_TABLE_"};
+    const std::array<std::string_view, 15> fronts = {
+        "_Z",           "_Unwind_",         "__aeabi_",     "__asan_",  "__cxa_",
+        "__dso_handle", "__errno_location", "__gcov_",      "__gxx_",   "__lsan_",
+        "__llvm_",      "__sanitizer_",     "__stack_chk_", "__ubsan_", "_GLOBAL_OFFSET_TABLE_"};
     if (name.find("filesystem") != std::string_view::npos || name.find("filebuf") != std::string_view::npos) {
         return false;
     }

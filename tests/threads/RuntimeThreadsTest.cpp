@@ -160,9 +160,9 @@ class Claims {
 public:
     explicit Claims(size_t count) : held(count) {}
 
-    void claim(size_t number) { expect(number < held.size() && !held[number].exchange(true)); }
+    void claim(uint64_t number) { expect(number < held.size() && !at(number).exchange(true)); }
 
-    void giveUp(size_t number) { expect(held[number].exchange(false)); }
+    void giveUp(uint64_t number) { expect(at(number).exchange(false)); }
 
     void expect(bool holds) {
         if (!holds) {
@@ -173,6 +173,8 @@ public:
     size_t violations() const { return wrong; }
 
 private:
+    std::atomic<bool>& at(uint64_t number) { return held[static_cast<size_t>(number)]; }
+
     std::vector<std::atomic<bool>> held;
     std::atomic<size_t> wrong{0};
 };
@@ -426,8 +428,9 @@ TEST_F(RuntimeThreadsTest, TogetherTheThreadsGetTheWholePoolAndNoRecordMore) {
         for (const auto& records : taken) {
             for (const SafePointerRecord* record : records) {
                 ASSERT_LT(record->index, seen.size());
-                ASSERT_FALSE(seen[record->index]);
-                seen[record->index] = true;
+                const auto slot = static_cast<size_t>(record->index);
+                ASSERT_FALSE(seen[slot]);
+                seen[slot] = true;
             }
         }
         ASSERT_EQ(RecordsOut(pool), PoolSize);
