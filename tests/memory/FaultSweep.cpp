@@ -39,6 +39,11 @@ Ending FaultyAttempt::expectedEnding(const FaultRules& rules) const {
         return Ending::True;
     }
     const RefusedAllocation allocation = AllocationFault::refused();
+    // A cross compiler's C library comes without the list of its conversions. It looks for one, in memory that it can do
+    // without, and opens the conversions that it has inside.
+    if (*WYVERN_EMULATOR != '\0' && allocation.call == "iconv_open" && !allocation.failed) {
+        return Ending::True;
+    }
     EXPECT_EQ(allocation.failed, allocation.call != "other") << allocation.call;
     for (const FaultRule& rule : rules) {
         if (allocation.call == rule.call) {

@@ -42,6 +42,23 @@ constexpr const char* BareMachine = "bwrap --unshare-pid --unshare-net --die-wit
                                     "--symlink usr/sbin /sbin --symlink usr/lib /lib --symlink usr/lib64 /lib64 "
                                     "--ro-bind-try /etc/ld.so.cache /etc/ld.so.cache";
 
+std::vector<std::string> Words(const char* text) {
+    std::istringstream stream(text);
+    return {std::istream_iterator<std::string>(stream), std::istream_iterator<std::string>()};
+}
+
+/// @return what EndReporter is told to run a program of this build by its own name. An emulator is the program then, and
+///         takes that name and the program as arguments.
+std::vector<std::string> ReporterArguments(const std::string& program) {
+    std::vector<std::string> arguments = Words(WYVERN_EMULATOR);
+    if (arguments.empty()) {
+        return {program, program};
+    }
+    arguments.insert(arguments.begin(), arguments.front());
+    arguments.insert(arguments.end(), {"-0", program, program});
+    return arguments;
+}
+
 std::string RecordingProgram(const std::string& name) {
     return "#!/usr/bin/sh\n"
            "line=" +
@@ -96,11 +113,6 @@ private:
     std::array<int, 2> ends{-1, -1};
 };
 
-std::vector<std::string> Words(const char* text) {
-    std::istringstream stream(text);
-    return {std::istream_iterator<std::string>(stream), std::istream_iterator<std::string>()};
-}
-
 // Reads both pipes to their ends. @return false when that takes too long.
 bool Collect(CapturePipe& out, std::vector<std::string>& outWrites, CapturePipe& err,
              std::vector<std::string>& errWrites) {
@@ -123,6 +135,18 @@ bool Collect(CapturePipe& out, std::vector<std::string>& outWrites, CapturePipe&
         }
     }
     return true;
+}
+
+/// Takes out what an emulator of processes says of its own when a program ends by a signal.
+std::string WithoutEmulator(const std::string& text) {
+    std::string rest;
+    std::istringstream stream(text);
+    for (std::string line; std::getline(stream, line);) {
+        if (*WYVERN_EMULATOR == '\0' || line.rfind("qemu: uncaught target signal ", 0) != 0) {
+            rest += line + (stream.eof() ? "" : "\n");
+        }
+    }
+    return rest;
 }
 
 std::string Joined(const std::vector<std::string>& writes) {
@@ -167,7 +191,7 @@ bool Spawn(const std::vector<std::string>& command, DeviceRun& result) {
     std::vector<std::string> errWrites;
     const bool inTime = Collect(out, result.writes, err, errWrites);
     result.out = Joined(result.writes);
-    result.err = Joined(errWrites);
+    result.err = WithoutEmulator(Joined(errWrites));
     if (!inTime) {
         ADD_FAILURE() << "no end after " << Patience.count() << " s; it is killed. Standard output:\n" << result.out;
         kill(child, SIGKILL);
@@ -225,7 +249,7 @@ DeviceRun DeviceSandbox::run(const std::vector<std::string>& arguments) const {
 }
 
 DeviceRun DeviceSandbox::runProgram(const std::string& program, const std::vector<std::string>& arguments) const {
-    std::vector<std::string> reporterArguments{program, program};
+    std::vector<std::string> reporterArguments = ReporterArguments(program);
     reporterArguments.insert(reporterArguments.end(), arguments.begin(), arguments.end());
     return runReported(reporterArguments);
 }
@@ -235,7 +259,13 @@ DeviceRun DeviceSandbox::runWithoutArgumentVector(const std::string& program) co
 }
 
 DeviceRun DeviceSandbox::runScript(const std::string& script) const {
-    return runProgram("/usr/bin/sh", {"-c", "WYVERN='" WYVERN_BINARY "'\n" + script});
+    std::string command = WYVERN_BINARY;
+    if (*WYVERN_EMULATOR != '\0') {
+        command = std::string(Tools) + "/wyvern";
+        writeExecutable(command, "#!/usr/bin/sh\n"
+                                 "exec " WYVERN_EMULATOR " -0 '" WYVERN_BINARY "' '" WYVERN_BINARY "' \"$@\"\n");
+    }
+    return runReported({"/usr/bin/sh", "/usr/bin/sh", "-c", "WYVERN='" + command + "'\n" + script});
 }
 
 DeviceRun DeviceSandbox::runReported(const std::vector<std::string>& reporterArguments) const {
@@ -257,7 +287,11 @@ DeviceRun DeviceSandbox::runReported(const std::vector<std::string>& reporterArg
     if (fs::exists(onHost("/factory_setting"))) {
         bind("--bind", onHost("/factory_setting"), "/factory_setting");
     }
-    command.insert(command.end(), {"--", WYVERN_END_REPORTER, std::string(Record) + "/ended"});
+    command.emplace_back("--");
+    for (const std::string& word : Words(WYVERN_EMULATOR)) {
+        command.push_back(word);
+    }
+    command.insert(command.end(), {WYVERN_END_REPORTER, std::string(Record) + "/ended"});
     command.insert(command.end(), reporterArguments.begin(), reporterArguments.end());
 
     DeviceRun result;

@@ -3,7 +3,8 @@
 //
 //     EndReporter <report> <program> [<name> [<argument>...]]
 //
-// <name> and what follows is the program's argument vector, from its first place on; without a name it is empty.
+// <program> is looked up in PATH when it is no path. <name> and what follows is the program's argument vector, from its
+// first place on; without a name it is empty.
 
 #include <sys/resource.h>
 #include <sys/wait.h>
@@ -22,7 +23,7 @@ int main(int argc, char** argv) {
     if (child == 0) {
         const rlimit none{0, 0}; // a death by a signal is no accident here: no core files
         static_cast<void>(setrlimit(RLIMIT_CORE, &none));
-        execv(argv[2], argv + 3);
+        execvp(argv[2], argv + 3);
         std::perror(argv[2]);
         _exit(127);
     }
