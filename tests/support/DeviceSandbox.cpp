@@ -26,8 +26,8 @@ constexpr const char* Tools = "/sandbox/bin";
 constexpr const char* Record = "/sandbox/record";
 constexpr const char* Shell = "/sandbox/shell";
 
-// A run takes some 50 ms; this is for one that hangs.
-constexpr std::chrono::seconds Patience(100);
+// A run takes some 50 ms, ten times that in an emulator; this is for one that hangs.
+constexpr std::chrono::seconds Patience(*WYVERN_EMULATOR == '\0' ? 100 : 500);
 
 // /bin/sh of the device, which system(3) runs: it writes down the command line and becomes the real shell.
 constexpr const char* RecordingShell = "#!/usr/bin/sh\n"
