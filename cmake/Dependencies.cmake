@@ -15,6 +15,10 @@ set(WYVERN_LIBICONV "auto" CACHE STRING
     "Where GNU libiconv comes from: auto (installed where there is one, else built here), source (built here)")
 set_property(CACHE WYVERN_LIBICONV PROPERTY STRINGS auto source)
 
+set(WYVERN_LIBICONV_ENCODINGS "all" CACHE STRING
+    "What GNU libiconv knows: all, device (only gb2312, gbk, utf-8 and utf-16; built here whatever is installed)")
+set_property(CACHE WYVERN_LIBICONV_ENCODINGS PROPERTY STRINGS all device)
+
 get_filename_component(wyvern_deps_dir "${CMAKE_CURRENT_LIST_DIR}/../build/deps" ABSOLUTE)
 set(WYVERN_TINYXML_SOURCE_DIR "${wyvern_deps_dir}/tinyxml" CACHE PATH "TinyXML's sources, for WYVERN_TINYXML=source*")
 set(WYVERN_LIBICONV_SOURCE_DIR "${wyvern_deps_dir}/libiconv" CACHE PATH
@@ -84,21 +88,41 @@ function(wyvern_build_tinyxml)
     set_target_properties(WyvernTinyXml PROPERTIES EXPORT_NAME tinyxml)
 endfunction()
 
-function(wyvern_build_libiconv)
+# wyvern_add_libiconv(<target> all|device)
+#
+# GNU libiconv as a static library. For `device`, the files in libiconv-device/ take the place of those by which the
+# library lists its encodings. They are found first because a copy of its iconv.c is compiled, which stands apart: a
+# quoted include looks beside the file that has it before anywhere else.
+function(wyvern_add_libiconv target encodings)
     if(NOT EXISTS "${WYVERN_LIBICONV_SOURCE_DIR}/lib/iconv.c")
         message(FATAL_ERROR
-            "GNU libiconv's sources are not in ${WYVERN_LIBICONV_SOURCE_DIR}: run scripts/setup, or install the library "
-            "and set WYVERN_LIBICONV=auto")
+            "GNU libiconv's sources are not in ${WYVERN_LIBICONV_SOURCE_DIR}: run scripts/setup, or install the "
+            "library and set WYVERN_LIBICONV=auto and WYVERN_LIBICONV_ENCODINGS=all")
     endif()
 
-    add_library(WyvernLibiconv STATIC
-        "${WYVERN_LIBICONV_SOURCE_DIR}/lib/iconv.c"
-        "${WYVERN_LIBICONV_SOURCE_DIR}/support/localcharset.c")
-    add_library(GnuLibiconv::GnuLibiconv ALIAS WyvernLibiconv)
-    wyvern_leave_alone(WyvernLibiconv)
-    target_include_directories(WyvernLibiconv PRIVATE "${WYVERN_LIBICONV_SOURCE_DIR}/support")
-    target_compile_definitions(WyvernLibiconv PRIVATE ICONV_CONST=const ENABLE_EXTRA=1)
-    set_target_properties(WyvernLibiconv PROPERTIES EXPORT_NAME libiconv)
+    set(lib "${WYVERN_LIBICONV_SOURCE_DIR}/lib")
+    set(support "${WYVERN_LIBICONV_SOURCE_DIR}/support")
+    if(encodings STREQUAL "device")
+        set(source "${CMAKE_CURRENT_BINARY_DIR}/${target}/iconv.c")
+        configure_file("${lib}/iconv.c" "${source}" COPYONLY)
+    else()
+        set(source "${lib}/iconv.c")
+    endif()
+
+    add_library(${target} STATIC "${source}" "${support}/localcharset.c")
+    wyvern_leave_alone(${target})
+    target_include_directories(${target} PRIVATE "${support}")
+    target_compile_definitions(${target} PRIVATE ICONV_CONST=const)
+    if(encodings STREQUAL "device")
+        target_include_directories(${target} BEFORE PRIVATE
+            "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/libiconv-device" "${lib}")
+        # LIBICONV_PLUG is the library's own word for its three standard functions without the extensions, hooks and
+        # fallbacks. It goes with their standard names, which the C library has, too.
+        target_compile_definitions(${target} PRIVATE
+            LIBICONV_PLUG iconv_open=libiconv_open iconv=libiconv iconv_close=libiconv_close)
+    else()
+        target_compile_definitions(${target} PRIVATE ENABLE_EXTRA=1)
+    endif()
 endfunction()
 
 # Installs what this build made of the two libraries, as members of the export set WyvernTargets, and the find modules
@@ -141,16 +165,22 @@ endif()
 
 # GnuLibiconv_INCLUDE_DIR is for the one source file that is to see GNU libiconv's header, set as a property of that
 # file; empty when the compiler finds the header unasked.
-if(WYVERN_LIBICONV STREQUAL "auto")
-    find_package(GnuLibiconv QUIET)
-elseif(WYVERN_LIBICONV STREQUAL "source")
-    set(GnuLibiconv_FOUND OFF)
-else()
+if(NOT WYVERN_LIBICONV MATCHES "^(auto|source)$")
     message(FATAL_ERROR "WYVERN_LIBICONV is \"${WYVERN_LIBICONV}\": it is one of auto, source")
+endif()
+if(NOT WYVERN_LIBICONV_ENCODINGS MATCHES "^(all|device)$")
+    message(FATAL_ERROR "WYVERN_LIBICONV_ENCODINGS is \"${WYVERN_LIBICONV_ENCODINGS}\": it is one of all, device")
+endif()
+if(WYVERN_LIBICONV STREQUAL "auto" AND WYVERN_LIBICONV_ENCODINGS STREQUAL "all")
+    find_package(GnuLibiconv QUIET)
+else()
+    set(GnuLibiconv_FOUND OFF)
 endif()
 if(GnuLibiconv_FOUND)
     set(WYVERN_NEEDS_LIBICONV ON)
 else()
-    wyvern_build_libiconv()
+    wyvern_add_libiconv(WyvernLibiconv ${WYVERN_LIBICONV_ENCODINGS})
+    add_library(GnuLibiconv::GnuLibiconv ALIAS WyvernLibiconv)
+    set_target_properties(WyvernLibiconv PROPERTIES EXPORT_NAME libiconv)
     set(GnuLibiconv_INCLUDE_DIR "${WYVERN_LIBICONV_SOURCE_DIR}/support")
 endif()
