@@ -21,9 +21,16 @@ target_compile_options(WyvernHardening INTERFACE
 target_link_options(WyvernHardening INTERFACE
     $<${wyvern_is_release}:LINKER:-z,relro,-z,now,-z,noexecstack>)
 
+# A release leaves out what nothing calls, function by function; a library from source brings most of that, and what it
+# pulls out of a static C library with it: TinyXML's reading of numbers is the only use of scanf in the program.
+add_library(WyvernSizeFlags INTERFACE)
+target_compile_options(WyvernSizeFlags INTERFACE $<${wyvern_is_release}:-ffunction-sections;-fdata-sections>)
+target_link_options(WyvernSizeFlags INTERFACE $<${wyvern_is_release}:LINKER:--gc-sections>)
+
 foreach(dependency WyvernLibiconv WyvernTinyXml)
     if(TARGET ${dependency})
-        target_link_libraries(${dependency} PRIVATE $<BUILD_INTERFACE:WyvernHardening>)
+        target_link_libraries(${dependency}
+            PRIVATE $<BUILD_INTERFACE:WyvernHardening> $<BUILD_INTERFACE:WyvernSizeFlags>)
     endif()
 endforeach()
 
@@ -41,7 +48,8 @@ function(wyvern_add_library folder)
     target_compile_features(${target} PUBLIC cxx_std_17)
     target_link_libraries(${target}
         PUBLIC ${arg_USES}
-        PRIVATE $<BUILD_INTERFACE:WyvernBuildFlags> $<BUILD_INTERFACE:WyvernHardening>)
+        PRIVATE $<BUILD_INTERFACE:WyvernBuildFlags> $<BUILD_INTERFACE:WyvernHardening>
+                $<BUILD_INTERFACE:WyvernSizeFlags>)
     set_target_properties(${target} PROPERTIES
         EXPORT_NAME ${folder}
         POSITION_INDEPENDENT_CODE ON
