@@ -1,12 +1,11 @@
 #include "launcher/ServiceCommand.h"
+#include "tests/support/ObjectSymbols.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <limits>
-#include <memory>
 #include <set>
 #include <string>
 #include <vector>
@@ -28,26 +27,6 @@ std::string NameOfLength(size_t length) {
 // A name whose prefix has this many bytes.
 std::string NameWithPrefixOfLength(size_t length) {
     return "ABC" + std::string(length - 3, 'x') + "_loadservice";
-}
-
-// What the member of an archive that was made from a source file leaves to others.
-std::set<std::string> ImportsOf(const std::string& source) {
-    const std::unique_ptr<FILE, int (*)(FILE*)> nm(popen("'" WYVERN_NM "' -u '" WYVERN_LAUNCHER_LIBRARY "'", "r"),
-                                                   pclose);
-    std::set<std::string> imports;
-    bool inMember = false;
-    char line[4096];
-    while (nm != nullptr && std::fgets(line, sizeof line, nm.get()) != nullptr) {
-        std::string text(line);
-        text.erase(text.find_last_not_of(" \n") + 1);
-        if (!text.empty() && text.back() == ':') {
-            inMember = text.rfind(source, 0) == 0;
-        } else if (inMember && !text.empty()) {
-            const std::string symbol = text.substr(text.rfind(' ') + 1);
-            imports.insert(symbol.substr(0, symbol.find('@')));
-        }
-    }
-    return imports;
 }
 
 std::set<std::string> ProcessFunctionsAmong(const std::set<std::string>& imports) {
@@ -222,9 +201,10 @@ TEST(ServiceCommandTest, APercentSignInANameIsTextAndNoFormat) {
 
 // Asking what would run must not be able to run it. That the service control can shows that this test sees.
 TEST(ServiceCommandTest, TheTranslationUnitStartsAndSignalsNoProcess) {
-    const std::set<std::string> imports = ImportsOf("ServiceCommand.cpp");
+    const std::set<std::string> imports = UndefinedSymbols("'" WYVERN_LAUNCHER_LIBRARY "'", "(ServiceCommand.cpp");
     ASSERT_FALSE(imports.empty());
 
     EXPECT_EQ(ProcessFunctionsAmong(imports), std::set<std::string>());
-    EXPECT_EQ(ProcessFunctionsAmong(ImportsOf("ServiceControl.cpp")), std::set<std::string>{"system"});
+    EXPECT_EQ(ProcessFunctionsAmong(UndefinedSymbols("'" WYVERN_LAUNCHER_LIBRARY "'", "(ServiceControl.cpp")),
+              std::set<std::string>{"system"});
 }

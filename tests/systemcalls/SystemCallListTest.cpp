@@ -1,11 +1,10 @@
+#include "tests/support/ObjectSymbols.h"
 #include "tests/systemcalls/SystemCalls.h"
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <array>
-#include <cstdio>
-#include <memory>
 #include <set>
 #include <string>
 #include <string_view>
@@ -47,18 +46,10 @@ std::string WithoutCheck(const std::string& name) {
 }
 
 std::set<std::string> FunctionsOfTheProduct() {
-    const std::unique_ptr<FILE, int (*)(FILE*)> nm(popen("'" WYVERN_NM "' -u " WYVERN_PRODUCT, "r"), pclose);
     std::set<std::string> functions;
-    char line[4096];
-    while (nm != nullptr && std::fgets(line, sizeof line, nm.get()) != nullptr) {
-        std::string text(line);
-        text.erase(text.find_last_not_of(" \n") + 1);
-        if (text.empty() || text.back() == ':') { // the name of a file or of a member
-            continue;
-        }
-        const std::string symbol = text.substr(text.rfind(' ') + 1);
+    for (const std::string& symbol : UndefinedSymbols(WYVERN_PRODUCT)) {
         if (!IsCompilersOwn(symbol)) {
-            functions.insert(symbol.substr(0, symbol.find('@')));
+            functions.insert(symbol);
         }
     }
     return functions;
