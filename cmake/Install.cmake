@@ -8,6 +8,16 @@ install(TARGETS ${libraries}
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development
     FILE_SET HEADERS DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}/wyvern COMPONENT development)
 wyvern_install_dependencies()
+if(WYVERN_WHOLE_PROGRAM)
+    # What an archive carries for whole-program optimisation can be read by the very same compiler only, and another
+    # version of it refuses to link the archive for that.
+    foreach(library IN LISTS libraries)
+        install(CODE "execute_process(
+            COMMAND \"${CMAKE_STRIP}\" --strip-debug --wildcard --remove-section=.gnu.lto_* --remove-section=.gnu.debuglto_*
+                \"\$ENV{DESTDIR}\${CMAKE_INSTALL_PREFIX}/${CMAKE_INSTALL_LIBDIR}/$<TARGET_FILE_NAME:${library}>\"
+            COMMAND_ERROR_IS_FATAL ANY)" COMPONENT development)
+    endforeach()
+endif()
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/Wyvern)
 install(EXPORT WyvernTargets NAMESPACE Wyvern:: DESTINATION ${package_dir} COMPONENT development)
