@@ -113,6 +113,8 @@ function(wyvern_add_libiconv target encodings)
     wyvern_leave_alone(${target})
     target_include_directories(${target} PRIVATE "${support}")
     target_compile_definitions(${target} PRIVATE ICONV_CONST=const)
+    # No exception passes through C code that calls nothing of ours back: tables for that would be 10 KB.
+    target_compile_options(${target} PRIVATE -fno-asynchronous-unwind-tables)
     if(encodings STREQUAL "device")
         target_include_directories(${target} BEFORE PRIVATE
             "${CMAKE_CURRENT_FUNCTION_LIST_DIR}/libiconv-device" "${lib}")
