@@ -3,8 +3,9 @@
 //   PairedRuns BLOCKS RUNS COMMAND [ARGUMENT...] -- COMMAND [ARGUMENT...] [-- ...]
 //
 // In each block each command runs RUNS times, by turns, A B A B; which comes first is drawn by lot for each block. One
-// line is printed for each block and command, in the commands' order: the median of its runs in nanoseconds, from before
-// vfork(2) until the process was waited for. vfork, because what fork(2) takes depends on the size of this program.
+// line is printed for each block and command: their numbers, and the median of the command's runs in nanoseconds, from
+// before vfork(2) until the process was waited for. vfork, because what fork(2) takes depends on the size of this
+// program.
 // The commands read and write /dev/null. All stay on one processor, so that none of them pays for moving.
 //
 // Exit status: 0 when every run ended with status 0, 1 when one did not, 2 for wrong arguments.
