@@ -1,77 +1,222 @@
-// What does reading a protocol configuration cost over the two parses of its text?
+// What does reading a protocol configuration into records cost over the two parses of its text, in a process that has
+// done it before and in a fresh one?
 
+#include "benchmarks/LibraryConversion.h"
 #include "protocol/ProtocolConfig.h"
 
 #include <benchmark/benchmark.h>
+#include <pugixml.hpp>
 #include <tinyxml.h>
+#include <tinyxml2.h>
 
+#include <array>
+#include <cstdio>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
+#include <memory>
 #include <string>
 #include <unistd.h>
+#include <vector>
 
 namespace {
 
-std::string MakeText(int64_t entries) {
-    std::string text =
-        "<?xml version=\"1.0\" encoding=\"utf-8\" standalone=\"no\" ?>\n<Configure name=\"HardwareConfig\">\n"
-        "\t<Configure name=\"ProtocolConfig\">\n";
-    for (int64_t i = 0; i < entries; ++i) {
+// `mark` stands behind each name.
+std::string MakeText(int entries, const std::string& encoding, const std::string& mark) {
+    std::string text = "<?xml version=\"1.0\" encoding=\"" + encoding +
+                       "\" standalone=\"no\" ?>\n<Configure name=\"HardwareConfig\">\n"
+                       "\t<Configure name=\"ProtocolConfig\">\n";
+    for (int i = 0; i < entries; ++i) {
         const std::string number = std::to_string(i);
-        text += "\t\t<ConfigItem ProtocolName=\"Protocol" + number + "\" ProtocolId=\"" + number +
+        text += "\t\t<ConfigItem ProtocolName=\"Protocol" + number + mark + "\" ProtocolId=\"" + number +
                 "\" ProtocolType=\"" + number + "\" ProtocolEnable=\"true\" />\n";
     }
     return text + "\t</Configure>\n</Configure>\n";
 }
 
-// A file of the benchmark's own, gone when the object is.
-class ConfigurationFile {
+std::string MakeUtf8(int entries) {
+    return MakeText(entries, "utf-8", "");
+}
+
+// A part of the names is Chinese: there is no other reason for that encoding.
+std::string MakeGb2312(int entries) {
+    return MakeText(entries, "gb2312", "\xCD\xF8\xB9\xD8");
+}
+
+// A text, and a file of the benchmark's own that has it and is gone when the object is.
+class Input {
 public:
-    explicit ConfigurationFile(const std::string& text) {
-        const int descriptor = mkstemp(name);
+    explicit Input(std::string content) : words(std::move(content)) {
+        const int descriptor = mkstemp(name.data());
         if (descriptor >= 0) {
             close(descriptor);
         }
-        std::ofstream(name) << text;
+        std::ofstream(name.data()) << words;
     }
 
-    ~ConfigurationFile() { unlink(name); }
+    ~Input() { unlink(name.data()); }
 
-    ConfigurationFile(const ConfigurationFile&) = delete;
-    ConfigurationFile& operator=(const ConfigurationFile&) = delete;
+    Input(const Input&) = delete;
+    Input& operator=(const Input&) = delete;
 
-    const char* path() const { return name; }
+    const std::string& text() const { return words; }
+    const char* path() const { return name.data(); }
 
 private:
-    char name[32] = "/tmp/wyvern-benchmark-XXXXXX";
+    std::string words;
+    std::array<char, 29> name{"/tmp/wyvern-benchmark-XXXXXX"};
 };
 
-void FileToRecords(benchmark::State& state) {
-    const ConfigurationFile file(MakeText(state.range(0)));
+bool ReadRecords(const char* path) {
+    ProtocolConfig config;
+    return config.parse(path) && !config.getProtocolList().empty();
+}
+
+bool Parse(const char* text, TiXmlEncoding encoding) {
+    TiXmlDocument document;
+    document.Parse(text, nullptr, encoding);
+    return !document.Error();
+}
+
+// The limit: the text is parsed once to learn its encoding, and once in it, by documents that are as TinyXML makes them.
+bool ParseTwice(const std::string& text) {
+    return Parse(text.c_str(), TIXML_ENCODING_UNKNOWN) && Parse(text.c_str(), TIXML_ENCODING_UTF8);
+}
+
+// The limit of a text in GB2312: between the parses stands one conversion, which makes at most three bytes of two.
+bool ParseConvertParse(const std::string& text) {
+    if (!Parse(text.c_str(), TIXML_ENCODING_UNKNOWN)) {
+        return false;
+    }
+    const size_t size = text.size() * 2;
+    const std::unique_ptr<char[]> converted(new char[size + 1]);
+    converted[0] = '\0';
+    const size_t left = ConvertByGnuLibiconv("gb2312", "utf-8", text, converted.get(), size);
+    return left != static_cast<size_t>(-1) && Parse(converted.get(), TIXML_ENCODING_UTF8);
+}
+
+// The others read the text once: they need not be told its encoding.
+bool ParseByTinyXml2(const std::string& text) {
+    tinyxml2::XMLDocument document;
+    return document.Parse(text.c_str()) == tinyxml2::XML_SUCCESS;
+}
+
+bool ParseByPugiXml(const std::string& text) {
+    pugi::xml_document document;
+    return static_cast<bool>(document.load_buffer(text.data(), text.size()));
+}
+
+struct Side {
+    const char* who;
+    bool (*run)(const Input&);
+};
+
+const Side Utf8Sides[] = {
+    {"wyvern", [](const Input& input) { return ReadRecords(input.path()); }},
+    {"limit", [](const Input& input) { return ParseTwice(input.text()); }},
+    {"tinyxml2, one parse", [](const Input& input) { return ParseByTinyXml2(input.text()); }},
+    {"pugixml, one parse", [](const Input& input) { return ParseByPugiXml(input.text()); }},
+};
+
+const Side Gb2312Sides[] = {
+    {"wyvern", [](const Input& input) { return ReadRecords(input.path()); }},
+    {"limit", [](const Input& input) { return ParseConvertParse(input.text()); }},
+};
+
+void MeasureAgainAndAgain(benchmark::State& state, const Side& side, const std::shared_ptr<Input>& input) {
     for (auto _ : state) {
-        ProtocolConfig config;
-        if (!config.parse(file.path())) {
-            state.SkipWithError("the configuration did not parse");
+        if (!side.run(*input)) {
+            state.SkipWithError("the configuration was not read");
             break;
         }
-        benchmark::DoNotOptimize(config.getProtocolList().data());
     }
 }
 
-BENCHMARK(FileToRecords)->Arg(10)->Arg(100)->Arg(1000);
+// --- A fresh process for each measurement ---------------------------------------------------------------------------
 
-// The limit: the text is parsed twice, once to learn its encoding and once in it.
-void TwoParses(benchmark::State& state) {
-    const std::string text = MakeText(state.range(0));
-    for (auto _ : state) {
-        for (const TiXmlEncoding encoding : {TIXML_ENCODING_UNKNOWN, TIXML_ENCODING_UTF8}) {
-            TiXmlDocument document;
-            document.Parse(text.c_str(), nullptr, encoding);
-            benchmark::DoNotOptimize(document.FirstChild());
+constexpr int ManyEntries = 20000; // what the pool of safe pointers has room for, but for some
+constexpr const char* FreshOption = "--fresh=";
+
+// Processor time, as the other cases count it.
+double ProcessSeconds() {
+    timespec now = {};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &now);
+    return static_cast<double>(now.tv_sec) + static_cast<double>(now.tv_nsec) / 1e9;
+}
+
+// What this program does when it is started with the option above: one run, its seconds on standard output.
+int RunFresh(const std::string& who) {
+    const Input input(MakeUtf8(ManyEntries));
+    for (const Side& side : Utf8Sides) {
+        if (who == side.who) {
+            const double start = ProcessSeconds();
+            const bool done = side.run(input);
+            std::printf("%.9f\n", ProcessSeconds() - start);
+            return done ? EXIT_SUCCESS : EXIT_FAILURE;
         }
     }
+    return EXIT_FAILURE;
 }
 
-BENCHMARK(TwoParses)->Arg(10)->Arg(100)->Arg(1000);
+// Returns the seconds that the run took, 0 when it failed.
+double MeasureFresh(const char* who) {
+    char self[4096] = {};
+    if (readlink("/proc/self/exe", self, sizeof self - 1) < 0) {
+        return 0;
+    }
+    const std::string command = std::string("'") + self + "' '" + FreshOption + who + "'";
+    FILE* output = popen(command.c_str(), "r");
+    double seconds = 0;
+    const bool read = output != nullptr && std::fscanf(output, "%lf", &seconds) == 1;
+    const bool ended = output != nullptr && pclose(output) == EXIT_SUCCESS;
+    return read && ended ? seconds : 0;
+}
+
+void MeasureInFreshProcesses(benchmark::State& state, const Side& side) {
+    for (auto _ : state) {
+        const double seconds = MeasureFresh(side.who);
+        if (seconds <= 0) {
+            state.SkipWithError("the fresh process did not read the configuration");
+            break;
+        }
+        state.SetIterationTime(seconds);
+    }
+}
+
+// --------------------------------------------------------------------------------------------------------------------
+
+template <size_t Count>
+void Register(const std::string& name, const Side (&sides)[Count], const std::string& text) {
+    const auto input = std::make_shared<Input>(text);
+    for (const Side& side : sides) {
+        benchmark::RegisterBenchmark((name + "/" + side.who).c_str(), MeasureAgainAndAgain, side, input);
+    }
+}
+
+void RegisterAll() {
+    Register("file to records, UTF-8/10 entries", Utf8Sides, MakeUtf8(10));
+    Register("file to records, UTF-8/100 entries", Utf8Sides, MakeUtf8(100));
+    Register("file to records, UTF-8/1,000 entries", Utf8Sides, MakeUtf8(1000));
+    Register("file to records, GB2312/1,000 entries", Gb2312Sides, MakeGb2312(1000));
+    for (const Side& side : Utf8Sides) {
+        const std::string name = std::string("file to records, UTF-8, fresh process/20,000 entries/") + side.who;
+        benchmark::RegisterBenchmark(name.c_str(), MeasureInFreshProcesses, side)->UseManualTime();
+    }
+}
 
 } // namespace
+
+int main(int argc, char** argv) {
+    const std::string option = argc == 2 ? argv[1] : "";
+    if (option.compare(0, std::string(FreshOption).size(), FreshOption) == 0) {
+        return RunFresh(option.substr(std::string(FreshOption).size()));
+    }
+    RegisterAll();
+    benchmark::Initialize(&argc, argv);
+    if (benchmark::ReportUnrecognizedArguments(argc, argv)) {
+        return EXIT_FAILURE;
+    }
+    benchmark::RunSpecifiedBenchmarks();
+    benchmark::Shutdown();
+    return EXIT_SUCCESS;
+}
