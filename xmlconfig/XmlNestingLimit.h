@@ -16,8 +16,8 @@ inline constexpr size_t SpareBytes = 4;
 /// Tells, without recursion, whether TinyXML would find more than `MaxElementDepth` elements inside one another.
 ///
 /// The answer is exact: true only when the parse of this text with this encoding would reach such a depth before it met
-/// an error. It costs one pass over the text, a second one for a text with more than that many "<"; only when the limit
-/// seems to be passed, what stands before that place is parsed to make sure.
+/// an error. It costs one pass over the text, a second one for a text with that many tags of elements that are not
+/// empty; only when the limit seems to be passed, what stands before that place is parsed to make sure.
 /// @param text with `SpareBytes` zero bytes behind it.
 /// @param encoding the TiXmlEncoding that the parse would be given.
 /// Throws only std::bad_alloc, with the leak that `XmlConfigureDocument` tells of when it comes from TinyXML's parser.

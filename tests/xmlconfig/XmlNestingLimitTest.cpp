@@ -441,6 +441,17 @@ TEST(XmlNestingLimitTest, OnlyAnAmpersandAndAHashMakeAReferenceThatCanHideDepth)
     EXPECT_GT(refused, 0U);
 }
 
+// A slash right before the end makes an empty element, but not one that belongs to a value, or stands further off.
+TEST(XmlNestingLimitTest, DepthIsSeenInTagsWhateverStandsBeforeTheirEnd) {
+    for (const char* tag : {"<a>", "<a>/", "<a >", "<a\n>", "<a x='/'>", "<a x=\"/\">", "<a x='1' >", "<a x=0>",
+                            "<a x='/>'>", "<a x='>'>", "<a-.:>"}) {
+        for (const TiXmlEncoding encoding : Encodings) {
+            EXPECT_FALSE(RefusedWhenShallow(Repeated(tag, ShallowDepth), encoding)) << tag << " " << encoding;
+            EXPECT_TRUE(RefusedWhenShallow(Repeated(tag, ShallowDepth) + "<b/>", encoding)) << tag << " " << encoding;
+        }
+    }
+}
+
 // In the name such a byte stands for itself; as a character of a text it would take the next "<" along.
 TEST(XmlNestingLimitTest, DepthIsSeenBehindNamesThatEndInAnyByte) {
     size_t refused = 0;
