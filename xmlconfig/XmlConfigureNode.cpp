@@ -47,6 +47,12 @@ bool XmlConfigureNode::GetItems(std::vector<SafePointer<XmlConfigureItem>>& out)
     if (child == nullptr) {
         return false;
     }
+    // Room for all at once: a vector that grows copies safe pointers, and each copy and release takes a lock.
+    size_t count = out.size();
+    for (const TiXmlElement* item = child; item != nullptr; item = item->NextSiblingElement()) {
+        ++count;
+    }
+    out.reserve(count);
     for (; child != nullptr; child = child->NextSiblingElement()) {
         out.push_back(MakeSafe<XmlConfigureItem>(child, charset));
     }
