@@ -18,6 +18,13 @@ constexpr const char* DeclaredVersion = "1.0";
 constexpr const char* DeclaredEncoding = "utf-8";
 constexpr const char* DeclaredStandalone = "no";
 
+// The tree of the parse before leaves its memory in small pieces, which glibc's malloc merges when it is next asked for
+// a kilobyte or more: for the working buffer, so that its place among the steps decides. After a big tree it comes
+// behind the clearing. Pieces left as they are make the next parse jump about in memory: 20,000 entries then take 1.3
+// times as long. After a small one it comes first, and the next parse takes the pieces as they are: 16 entries then
+// take 6 % fewer instructions in the whole process. The ways meet at some 1,000 entries.
+constexpr size_t BigText = 65536;
+
 // Copies a text with the line ends that TinyXML's own file loading makes, and with the zero bytes behind it that its
 // parser needs.
 std::unique_ptr<char[]> MakeWorkingBuffer(const char* text, size_t length) {
@@ -48,10 +55,17 @@ XmlConfigureTree::XmlConfigureTree()
 XmlConfigureTree::~XmlConfigureTree() = default;
 
 bool XmlConfigureTree::LoadMem(const char* text, int encoding) {
+    const auto parseEncoding = static_cast<TiXmlEncoding>(encoding);
+    const size_t length = std::strlen(text);
+    std::unique_ptr<char[]> buffer;
+    if (length < BigText) {
+        buffer = MakeWorkingBuffer(text, length);
+    }
     root = nullptr; // before the elements go: it points at one of them
     document->Clear();
-    const auto parseEncoding = static_cast<TiXmlEncoding>(encoding);
-    const auto buffer = MakeWorkingBuffer(text, std::strlen(text));
+    if (buffer == nullptr) {
+        buffer = MakeWorkingBuffer(text, length);
+    }
     if (NestsTooDeep(buffer.get(), encoding)) {
         document->ClearError();
         document->SetError(TiXmlBase::TIXML_ERROR_PARSING_ELEMENT, nullptr, nullptr, parseEncoding);
