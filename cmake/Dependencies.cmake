@@ -86,6 +86,13 @@ function(wyvern_build_tinyxml)
         target_compile_definitions(WyvernTinyXml PUBLIC TIXML_USE_STL)
     endif()
     set_target_properties(WyvernTinyXml PROPERTIES EXPORT_NAME tinyxml)
+
+    # Position-independent code leaves each function to be replaced by another library's, and so builds none into its
+    # callers; these are called for every character of a text. In Debug builds, those of the sanitizers, the library's
+    # own assertions stay.
+    set(is_release $<CONFIG:Release,RelWithDebInfo,MinSizeRel>)
+    target_compile_options(WyvernTinyXml PRIVATE $<${is_release}:-fno-semantic-interposition>)
+    target_compile_definitions(WyvernTinyXml PRIVATE $<${is_release}:NDEBUG>)
 endfunction()
 
 # wyvern_add_libiconv(<target> all|device)
