@@ -2,10 +2,16 @@
 #include "launcher/ServiceControl.h"
 #include "protocol/ProtocolConfig.h"
 
+#include <array>
 #include <cstdio>
 #include <cstdlib>
 
 int main(int argc, char** argv) {
+    // Room for the lines. The C library would make it at the first one, when the configuration is read and gone: it asks
+    // the kernel what standard output is, and so large a request makes malloc put together the pieces that were left.
+    static std::array<char, BUFSIZ> lines;
+    static_cast<void>(std::setvbuf(stdout, lines.data(), _IOFBF, lines.size()));
+
     if (argc != 2) {
         static_cast<void>(std::puts("Useage: Wyvern [Type 1:start,0:stop]"));
         static_cast<void>(std::fflush(stdout));

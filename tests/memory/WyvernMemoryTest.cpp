@@ -122,6 +122,8 @@ private:
 };
 
 constexpr int All = 1000;
+// Those of the path strings that are too long to stand in their objects are allocated before main.
+constexpr int LongPathStrings = 3;
 
 int CountEnabled(const std::vector<ConfigEntry>& entries) {
     return static_cast<int>(
@@ -156,7 +158,7 @@ private:
 
     Outcome undisturbed() const { return start().handle(entries(), All).ends(); }
 
-    int opened(const char* call, size_t before) const {
+    int called(const char* call, size_t before) const {
         int count = 0;
         for (size_t i = 0; i < before; ++i) {
             count += runs[i].refused.call == call ? 1 : 0;
@@ -164,17 +166,19 @@ private:
         return count;
     }
 
-    // The line that the working copy is refused by is the first one: standard output gets its buffer then. That is the
-    // last allocation besides those of operator new before the factory copy is opened.
+    // The allocation that the opening of a file is.
+    size_t opening(int ordinal) const {
+        const auto isIt = [ordinal](const Outcome& run) {
+            return run.refused.call == "fopen" && run.refused.ordinal == ordinal;
+        };
+        return static_cast<size_t>(std::find_if(runs.begin(), runs.end(), isIt) - runs.begin());
+    }
+
+    // The line that the working copy is refused by takes no memory of its own. What comes between it and the opening of
+    // the factory copy takes as much as what comes between static initialisation and the opening of the working copy.
     bool workingIsRefused(size_t before) const {
-        if (!factoryIsRead()) {
-            return false;
-        }
-        size_t line = 0;
-        for (size_t i = 0; i < runs.size() && opened("fopen", i + 1) < 2; ++i) {
-            line = runs[i].refused.call == "other" ? i : line;
-        }
-        return line < before;
+        const int between = called("operator new", opening(1)) - LongPathStrings;
+        return factoryIsRead() && before + static_cast<size_t>(between) >= opening(2);
     }
 
     // How far a run came: the configuration that was opened last, the listing that was begun last.
@@ -183,7 +187,7 @@ private:
         if (workingIsRefused(i)) {
             model.print(WorkingFailed);
         }
-        const int listed = opened("opendir", i);
+        const int listed = called("opendir", i);
         // The path of the directory is made before each listing: the protocol before it is done with then.
         const bool beforeListing = i + 1 < runs.size() && runs[i + 1].refused.call == "opendir";
         return listed == 0 ? model : model.handle(entries(), beforeListing ? listed : listed - 1);
