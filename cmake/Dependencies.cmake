@@ -85,6 +85,11 @@ function(wyvern_build_tinyxml)
     if(WYVERN_TINYXML STREQUAL "source")
         target_compile_definitions(WyvernTinyXml PUBLIC TIXML_USE_STL)
     endif()
+    if(CMAKE_BUILD_TYPE STREQUAL "Release")
+        # Most of the launcher's instructions are here: as one unit, 3 % of them go for 4 KB.
+        target_compile_options(WyvernTinyXml PRIVATE -O3)
+        set_target_properties(WyvernTinyXml PROPERTIES UNITY_BUILD ON)
+    endif()
     set_target_properties(WyvernTinyXml PROPERTIES EXPORT_NAME tinyxml)
 
     # Position-independent code leaves each function to be replaced by another library's, and so builds none into its
