@@ -1,0 +1,3 @@
+#include "benchmarks/Company.h"
+
+const char* const Company = "alone";
