@@ -5,8 +5,6 @@
 #include <cstdio>
 #include <string>
 
-BaseSafePointer::~BaseSafePointer() noexcept(false) = default;
-
 void BaseSafePointer::reportMisuse(const char* typeName, const char* message) {
     const std::string text = std::string("SafePointer Report:") + typeName + " " + message;
     // A console that cannot be written to changes nothing: the exception carries the text too.

@@ -4,7 +4,7 @@
 class BaseSafePointer {
 public:
     /// May throw, because the release of a safe pointer checks its record and reports what it finds by exception.
-    virtual ~BaseSafePointer() noexcept(false);
+    virtual ~BaseSafePointer() noexcept(false) = default;
 
 protected:
     BaseSafePointer() = default;

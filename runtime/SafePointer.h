@@ -42,13 +42,11 @@ public:
     }
 
     /// Shares the object of `other`, which must be live.
-    SafePointer(const SafePointer& other) : BaseSafePointer(other), raw(nullptr), record(nullptr) {
-        if (other.raw == nullptr) {
+    SafePointer(const SafePointer& other) : BaseSafePointer(other), raw(other.raw), record(other.record) {
+        if (raw == nullptr) {
             reportError("Construct from NULL <T>pointer");
         }
-        other.inc_reference();
-        raw = other.raw;
-        record = other.record;
+        inc_reference();
     }
 
     /// Lets the old object go and shares that of `other`, which must be live. Assigning a pointer to itself does

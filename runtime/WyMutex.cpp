@@ -3,7 +3,6 @@
 namespace {
 
 constexpr int32_t AlreadyInitialised = -1;
-constexpr int32_t NotInitialised = -2;
 
 } // namespace
 
@@ -18,22 +17,6 @@ int32_t WyMutex::init() noexcept {
     }
     static_cast<void>(pthread_mutex_init(&mutex, nullptr));
     mark.store(InitialisedMark, std::memory_order_relaxed);
-    return 0;
-}
-
-int32_t WyMutex::lock() noexcept {
-    if (!isInitialised()) {
-        return NotInitialised;
-    }
-    static_cast<void>(pthread_mutex_lock(&mutex));
-    return isInitialised() ? 0 : NotInitialised;
-}
-
-int32_t WyMutex::unlock() noexcept {
-    if (!isInitialised()) {
-        return NotInitialised;
-    }
-    static_cast<void>(pthread_mutex_unlock(&mutex));
     return 0;
 }
 
