@@ -19,8 +19,11 @@
 class SafePointerPool {
 public:
     /// @return the one pool, made on first use and deliberately never destroyed: safe pointers in static objects may
-    ///         let go at any time during exit.
-    static SafePointerPool* instance();
+    ///         let go at any time during exit. Inline, since each new object asks twice.
+    static SafePointerPool* instance() {
+        static auto* const pool = new SafePointerPool;
+        return pool;
+    }
 
     /// An empty pool of 128 records. The process's own is reached through `instance()`.
     SafePointerPool();

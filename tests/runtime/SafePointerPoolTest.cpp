@@ -243,6 +243,22 @@ TEST_F(SafePointerPoolTest, TheSearchGoesFromTheHintsWordToTheLastAndThenFromThe
     }
 }
 
+// Full words are passed many at a time, from wherever the search starts: every distance between two words is tried.
+TEST_F(SafePointerPoolTest, TheOneFreeSlotIsFoundFromEveryWord) {
+    constexpr uint64_t Words = 52;
+    acquireFirst(Words * 32);
+
+    for (uint64_t from = 0; from < Words; ++from) {
+        for (uint64_t word = 0; word < Words; ++word) {
+            release(word * 32 + 7);
+            release(from * 32 + 3);
+
+            ASSERT_EQ(acquire(), from * 32 + 3);
+            ASSERT_EQ(acquire(), word * 32 + 7) << "from word " << from;
+        }
+    }
+}
+
 TEST_F(SafePointerPoolTest, AnAddressThatIsRegisteredAlreadyIsNotLookedFor) {
     SafePointerRecord* first = pool.acquireRecord(&object, "4Type");
     SafePointerRecord* second = pool.acquireRecord(&object, "4Type");
