@@ -2,9 +2,12 @@
 
 #include "tests/charset/ConversionWatch.h"
 #include "tests/support/FailingAllocation.h"
+#include "tests/support/Repeated.h"
 #include "tests/support/RepeatedPages.h"
 
 #include <gtest/gtest.h>
+
+#include <malloc.h>
 
 #include <array>
 #include <cerrno>
@@ -147,6 +150,22 @@ TEST(Utf8ToWideTest, EveryLengthFitsWithItsTerminator) {
         ASSERT_EQ(Utf8ToWide(std::string(length, 'x'), out), 0) << length;
         ASSERT_EQ(out, std::wstring(length, L'x'));
     }
+}
+
+// glibc fills what malloc hands out with other bytes than zero, once asked to.
+TEST(Utf8ToWideTest, AResultEndsWithItsTextWhateverStoodInTheMemory) {
+    ASSERT_EQ(mallopt(M_PERTURB, 0x5a), 1);
+    for (const size_t length : {0, 1, 2, 10, 100, 5000}) {
+        std::wstring ascii;
+        std::wstring chinese;
+
+        EXPECT_EQ(Utf8ToWide(std::string(length, 'x'), ascii), 0);
+        EXPECT_EQ(Utf8ToWide(Repeated("\xe4\xb8\xad", length), chinese), 0);
+
+        EXPECT_EQ(ascii, std::wstring(length, L'x'));
+        EXPECT_EQ(chinese, std::wstring(length, L'\u4e2d'));
+    }
+    mallopt(M_PERTURB, 0);
 }
 
 TEST(Utf8ToWideTest, ALongTextIsConvertedWhole) {
