@@ -51,7 +51,7 @@ bool AreFull(const uint32_t* words) noexcept {
 
 // @return the first of the words from `begin` to `end` that has room, or `end`.
 size_t PassFullWords(const uint32_t* words, size_t begin, size_t end) noexcept {
-    while (end - begin >= WordsPerStep && AreFull(words + begin)) {
+    while (end - begin >= WordsPerStep && AreFull(&words[begin])) {
         begin += WordsPerStep;
     }
     while (begin != end && words[begin] == FullWord) {
