@@ -4,6 +4,7 @@
 #include "runtime/WyMutexGuard.h"
 #include "runtime/WyRuntimeError.h"
 
+#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -61,6 +62,10 @@ size_t PassFullWords(const uint32_t* words, size_t begin, size_t end) noexcept {
 }
 
 } // namespace
+
+SafePointerPool* SafePointerPool::create() {
+    return new SafePointerPool;
+}
 
 SafePointerPool::SafePointerPool() : hint(0) {
     grow();
@@ -124,15 +129,15 @@ void SafePointerPool::releaseRecord(SafePointerRecord* record, const char* /*typ
 
 // Room for everything is made before anything is changed, so that a failed allocation leaves the pool as it was.
 void SafePointerPool::grow() {
-    const size_t oldSize = records.size();
-    std::vector<std::unique_ptr<SafePointerRecord>> fresh;
-    fresh.reserve(GrowthRecords);
+    size_t slot = records.size();
+    std::array<std::unique_ptr<SafePointerRecord>, GrowthRecords> fresh;
     for (size_t i = 0; i < GrowthRecords; ++i) {
-        fresh.push_back(std::make_unique<SafePointerRecord>(oldSize + i));
+        fresh[i] = std::make_unique<SafePointerRecord>(slot + i);
     }
-    records.reserve(oldSize + GrowthRecords);
-    usedBits.resize(usedBits.size() + GrowthWords, 0);
+    usedBits.reserve(usedBits.size() + GrowthWords);
+    records.resize(slot + GrowthRecords);
+    usedBits.resize(usedBits.size() + GrowthWords);
     for (auto& record : fresh) {
-        records.push_back(record.release());
+        records[slot++] = record.release();
     }
 }

@@ -21,7 +21,7 @@ public:
     /// @return the one pool, made on first use and deliberately never destroyed: safe pointers in static objects may
     ///         let go at any time during exit. Inline, since each new object asks twice.
     static SafePointerPool* instance() {
-        static auto* const pool = new SafePointerPool;
+        static SafePointerPool* const pool = create();
         return pool;
     }
 
@@ -45,6 +45,8 @@ public:
     void releaseRecord(SafePointerRecord* record, const char* typeName) WY_EXCLUDES(lock);
 
 private:
+    // Out of line: `instance()` stands in a dozen places.
+    [[gnu::noinline]] static SafePointerPool* create();
     size_t findFreeSlot() const noexcept WY_REQUIRES(lock);
     void grow() WY_REQUIRES(lock);
 

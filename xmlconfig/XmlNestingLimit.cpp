@@ -69,7 +69,8 @@ private:
     static bool isElement(const char* p) { return isNameStart(p[1]); }
 
     // In UTF-8 the byte-order mark and the two non-characters U+FFFE and U+FFFF count as white space.
-    const char* skipWhiteSpace(const char* p) const {
+    // Called from five places, inlined it would be half a kilobyte.
+    [[gnu::noinline]] const char* skipWhiteSpace(const char* p) const {
         for (;;) {
             if (isWhiteSpace(*p)) {
                 ++p;
@@ -115,7 +116,7 @@ private:
     }
 
     // Stops at `end` or at the end of the text.
-    const char* skipUntil(const char* p, char end) const {
+    [[gnu::noinline]] const char* skipUntil(const char* p, char end) const {
         while (p != nullptr && *p != '\0' && *p != end) {
             const bool isNumericReference = *p == '&' && p[1] == '#' && p[2] != '\0';
             p = isNumericReference ? skipNumericReference(p) : skipCharacter(p);
