@@ -365,7 +365,7 @@ TEST_F(SafePointerPoolTest, AGrowthOutOfMemoryLeavesThePoolUnchangedAndUsable) {
         }
     }
 
-    EXPECT_EQ(failures, 131U) << "each of the 128 records, both arrays, and the one that holds the new records";
+    EXPECT_EQ(failures, 130U) << "each of the 128 records, and both arrays";
     expectConsistent(256);
     EXPECT_EQ(RecordsOut(pool), 129U);
 }
@@ -388,6 +388,7 @@ TEST_F(SafePointerPoolTest, AfterAFailedGrowthARecordThatIsGivenBackIsTakenAgain
 TEST_F(SafePointerPoolTest, APoolThatCannotBeMadeKeepsNothing) {
     size_t failures = 0;
     while (!poolIsMade(failures)) {
+        ASSERT_FALSE(poolIsMade(failures)); // malloc's own caches count as in use: they take two rounds to settle
         const size_t before = BytesInUse();
 
         ASSERT_FALSE(poolIsMade(failures));
@@ -397,7 +398,7 @@ TEST_F(SafePointerPoolTest, APoolThatCannotBeMadeKeepsNothing) {
         ASSERT_LT(failures, 1000U);
     }
 
-    EXPECT_EQ(failures, 131U) << "each of the 128 records, both arrays, and the one that holds the new records";
+    EXPECT_EQ(failures, 130U) << "each of the 128 records, and both arrays";
 }
 
 TEST_F(SafePointerPoolTest, EveryOperationTakesThePoolsLockAndNoRecordsLock) {
