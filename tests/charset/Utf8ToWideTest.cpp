@@ -152,9 +152,10 @@ TEST(Utf8ToWideTest, EveryLengthFitsWithItsTerminator) {
     }
 }
 
-// glibc fills what malloc hands out with other bytes than zero, once asked to.
+// glibc fills what malloc hands out with other bytes than zero, once asked to; the address sanitizer does so unasked, and
+// takes no wishes.
 TEST(Utf8ToWideTest, AResultEndsWithItsTextWhateverStoodInTheMemory) {
-    ASSERT_EQ(mallopt(M_PERTURB, 0x5a), 1);
+    static_cast<void>(mallopt(M_PERTURB, 0x5a));
     for (const size_t length : {size_t{0}, size_t{1}, size_t{2}, size_t{10}, size_t{100}, size_t{5000}}) {
         std::wstring ascii;
         std::wstring chinese;

@@ -441,6 +441,13 @@ TEST(XmlNestingLimitTest, OnlyAnAmpersandAndAHashMakeAReferenceThatCanHideDepth)
     EXPECT_GT(refused, 0U);
 }
 
+TEST(XmlNestingLimitTest, ATextThatEndsInATagIsRefusedForNothingThatIsNoLongerThere) {
+    const std::string flat = Repeated("<a></a>", ShallowDepth);
+    for (const char* end : {"<a", "<a ", "<a x", "<a x=", "<a x=0", "<a x='0", "<a x='0'", "<a/"}) {
+        EXPECT_FALSE(RefusedWhenShallow("<a>" + flat + end, TIXML_ENCODING_UTF8)) << end;
+    }
+}
+
 // A slash right before the end makes an empty element, but not one that belongs to a value, or stands further off.
 TEST(XmlNestingLimitTest, DepthIsSeenInTagsWhateverStandsBeforeTheirEnd) {
     for (const char* tag : {"<a>", "<a>/", "<a >", "<a\n>", "<a x='/'>", "<a x=\"/\">", "<a x='1' >", "<a x=0>",
