@@ -1,4 +1,3 @@
-// LCOV_EXCL_FILE: not in the launcher that coverage counts, which has the C++ runtime as a library.
 #include <cxxabi.h>
 
 // Only in a launcher that carries the C++ runtime inside, in the place of the runtime's own function of this name (Itanium
