@@ -8,8 +8,7 @@
 ServiceCommand::ServiceCommand(const std::vector<std::string>& names, const std::string& protocolName, int32_t mode)
     : buffer{}, result(State::Nothing) {
     const auto match = std::find_if(names.begin(), names.end(), [&protocolName](const std::string& name) {
-        // Which is asked first shows in nothing but time: nearly all names have the keyword, few the protocol's name.
-        return name.find(protocolName) != std::string::npos && name.find(LoadServiceKeyword) != std::string::npos;
+        return name.find(LoadServiceKeyword) != std::string::npos && name.find(protocolName) != std::string::npos;
     });
     if (match != names.end()) {
         matchedFile = *match;

@@ -22,9 +22,8 @@ void Refuse(const std::string& protocolName, const std::string& file) {
                                    protocolName.c_str(), file.c_str(), ServiceCommand::BufferSize - 1));
 }
 
-// `names` is only room that is used again.
-void RunService(const std::string& protocolName, int mode, std::vector<std::string>& names) {
-    names.clear();
+void RunService(const std::string& protocolName, int mode) {
+    std::vector<std::string> names;
     // A directory that cannot be opened yields no names, and what follows from that is the rule for no match.
     static_cast<void>(ListDirectory(ServiceCommand::ServiceDir, names, "*"));
 
@@ -49,13 +48,12 @@ void RunService(const std::string& protocolName, int mode, std::vector<std::stri
 } // namespace
 
 void RunProtocolServices(const std::vector<ProtocolTypeInfo>& records, int mode) {
-    std::vector<std::string> names;
     for (const ProtocolTypeInfo& record : records) {
         if (!record.isProtocolEnable()) {
             static_cast<void>(std::printf("Protocol(%s) disable\n", record.getProtocolName().c_str()));
             FlushOutput();
             continue;
         }
-        RunService(record.getProtocolName(), mode, names);
+        RunService(record.getProtocolName(), mode);
     }
 }
