@@ -14,16 +14,12 @@ int iconv_close(iconv_t descriptor);
 }
 #endif
 
-#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <new>
 #include <string>
 
-namespace {
-
-// As Utf8ToWideBuffer; `outLeft` starts as the bytes of room and ends as what is left of them.
-int32_t ConvertToWide(const char* in, uint32_t inLen, wchar_t* out, size_t& outLeft) {
+int32_t Utf8ToWideBuffer(const char* in, uint32_t inLen, wchar_t* out, uint32_t outBytes) {
     iconv_t descriptor = iconv_open("WCHAR_T", "UTF8");
     // NOLINTNEXTLINE(performance-no-int-to-ptr): POSIX defines the value by this cast.
     if (descriptor == reinterpret_cast<iconv_t>(-1)) {
@@ -32,36 +28,26 @@ int32_t ConvertToWide(const char* in, uint32_t inLen, wchar_t* out, size_t& outL
     char* input = const_cast<char*>(in); // POSIX's prototype lacks the const; the input is only read
     size_t inLeft = inLen;
     auto* output = reinterpret_cast<char*>(out);
+    size_t outLeft = outBytes;
     const auto result = static_cast<int32_t>(iconv(descriptor, &input, &inLeft, &output, &outLeft));
     static_cast<void>(iconv_close(descriptor)); // fails only for a descriptor that is not one
     return result;
 }
 
-} // namespace
-
-int32_t Utf8ToWideBuffer(const char* in, uint32_t inLen, wchar_t* out, uint32_t outBytes) {
-    size_t outLeft = outBytes;
-    return ConvertToWide(in, inLen, out, outLeft);
-}
-
 int32_t Utf8ToWide(const std::string& in, std::wstring& out) {
     const auto inLen = static_cast<uint32_t>(in.length());
-    // One byte of UTF-8 never yields more than one wide character, and one more is the terminator.
+    // One byte of UTF-8 never yields more than one wide character, and one more stays zero as the terminator.
     const uint32_t elements = inLen + 1;
     // The length is any 32-bit number, and the sum wraps.
     // cppcheck-suppress knownConditionTrueFalse
     if (static_cast<int32_t>(elements) < 0) {
         throw std::bad_array_new_length();
     }
-    // Not cleared, which would cost a twentieth of the conversion of a long path: the terminator is all that is needed.
-    const std::unique_ptr<wchar_t[]> wide(new wchar_t[elements]);
-    const uint32_t room = elements * uint32_t{sizeof(wchar_t)};
-    size_t left = room;
-    const int32_t result = ConvertToWide(in.data(), inLen, wide.get(), left);
+    const std::unique_ptr<wchar_t[]> wide(new wchar_t[elements]());
+    const int32_t result = Utf8ToWideBuffer(in.data(), inLen, wide.get(), elements * uint32_t{sizeof(wchar_t)});
     if (result < 0) {
         out.clear();
     } else {
-        wide[(room - left) / sizeof(wchar_t)] = L'\0';
         out = wide.get();
     }
     return result;

@@ -2,12 +2,9 @@
 
 #include "tests/charset/ConversionWatch.h"
 #include "tests/support/FailingAllocation.h"
-#include "tests/support/Repeated.h"
 #include "tests/support/RepeatedPages.h"
 
 #include <gtest/gtest.h>
-
-#include <malloc.h>
 
 #include <array>
 #include <cerrno>
@@ -150,23 +147,6 @@ TEST(Utf8ToWideTest, EveryLengthFitsWithItsTerminator) {
         ASSERT_EQ(Utf8ToWide(std::string(length, 'x'), out), 0) << length;
         ASSERT_EQ(out, std::wstring(length, L'x'));
     }
-}
-
-// glibc fills what malloc hands out with other bytes than zero, once asked to; the address sanitizer does so unasked, and
-// takes no wishes.
-TEST(Utf8ToWideTest, AResultEndsWithItsTextWhateverStoodInTheMemory) {
-    static_cast<void>(mallopt(M_PERTURB, 0x5a));
-    for (const size_t length : {size_t{0}, size_t{1}, size_t{2}, size_t{10}, size_t{100}, size_t{5000}}) {
-        std::wstring ascii;
-        std::wstring chinese;
-
-        EXPECT_EQ(Utf8ToWide(std::string(length, 'x'), ascii), 0);
-        EXPECT_EQ(Utf8ToWide(Repeated("\xe4\xb8\xad", length), chinese), 0);
-
-        EXPECT_EQ(ascii, std::wstring(length, L'x'));
-        EXPECT_EQ(chinese, std::wstring(length, L'\u4e2d'));
-    }
-    mallopt(M_PERTURB, 0);
 }
 
 TEST(Utf8ToWideTest, ALongTextIsConvertedWhole) {
