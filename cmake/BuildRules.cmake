@@ -30,7 +30,7 @@ target_link_options(WyvernSizeFlags INTERFACE $<${wyvern_is_release}:LINKER:--gc
 # For a launcher that is optimised as one program, which takes a fifth off our own code. The archives carry ordinary code
 # beside what that needs, for whoever links them without, as our tests do.
 add_library(WyvernWholeProgram INTERFACE)
-if(WYVERN_WHOLE_PROGRAM)
+if(WYVERN_WHOLE_PROGRAM AND CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
     target_compile_options(WyvernWholeProgram INTERFACE -flto=auto -ffat-lto-objects)
 endif()
 

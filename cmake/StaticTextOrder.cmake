@@ -22,7 +22,10 @@ set(wyvern_called_members
     strstr-sse2-unaligned strtol strtol_l system vfprintf-internal vsnprintf wait4 waitpid wcscpy wcslen wcsnlen
     wmemchr wmemcmp wmemset write)
 
-# wyvern_put_called_first(<executable>): for GNU ld, by a linker script that is added to its own.
+include(CheckLinkerFlag)
+
+# wyvern_put_called_first(<executable>): by a linker script that is added to the linker's own. A linker that does not know
+# such scripts, as gold, leaves the functions where they are.
 function(wyvern_put_called_first target)
     list(TRANSFORM wyvern_called_members REPLACE "(.+)" "    *libc.a:\\1.o(.text)" OUTPUT_VARIABLE members)
     list(JOIN members "\n" members)
@@ -43,6 +46,9 @@ function(wyvern_put_called_first target)
 }
 INSERT BEFORE .text;
 ")
-    target_link_options(${target} PRIVATE "LINKER:-T,${script}")
-    set_target_properties(${target} PROPERTIES LINK_DEPENDS "${script}")
+    check_linker_flag(CXX "LINKER:-T,${script}" WYVERN_LINKER_TAKES_A_SCRIPT)
+    if(WYVERN_LINKER_TAKES_A_SCRIPT)
+        target_link_options(${target} PRIVATE "LINKER:-T,${script}")
+        set_target_properties(${target} PROPERTIES LINK_DEPENDS "${script}")
+    endif()
 endfunction()

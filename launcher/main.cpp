@@ -9,6 +9,7 @@
 int main(int argc, char** argv) {
     // Room for the lines. The C library would make it at the first one, when the configuration is read and gone: it asks
     // the kernel what standard output is, and so large a request makes malloc put together the pieces that were left.
+    // On a terminal, too, nothing goes out now before a flush: whoever prints a line flushes it.
     static std::array<char, BUFSIZ> lines;
     static_cast<void>(std::setvbuf(stdout, lines.data(), _IOFBF, lines.size()));
 

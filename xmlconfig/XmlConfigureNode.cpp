@@ -47,12 +47,15 @@ bool XmlConfigureNode::GetItems(std::vector<SafePointer<XmlConfigureItem>>& out)
     if (child == nullptr) {
         return false;
     }
-    // Room for all at once: a vector that grows copies safe pointers, and each copy and release takes a lock.
-    size_t count = out.size();
-    for (const TiXmlElement* item = child; item != nullptr; item = item->NextSiblingElement()) {
-        ++count;
+    if (out.empty()) {
+        // Room for all at once: a vector that grows copies safe pointers, and each copy and release takes a lock. One
+        // that holds some already grows by itself, since exact room would be outgrown by each node that is added.
+        size_t count = 0;
+        for (const TiXmlElement* item = child; item != nullptr; item = item->NextSiblingElement()) {
+            ++count;
+        }
+        out.reserve(count);
     }
-    out.reserve(count);
     for (; child != nullptr; child = child->NextSiblingElement()) {
         out.push_back(MakeSafe<XmlConfigureItem>(child, charset));
     }

@@ -59,7 +59,7 @@ bool XmlConfigureTree::LoadMem(const char* text, int encoding) {
     const size_t length = std::strlen(text);
     std::unique_ptr<char[]> buffer;
     if (length < BigText) {
-        buffer = MakeWorkingBuffer(text, length);
+        buffer = MakeWorkingBuffer(text, length); // refused memory leaves the old tree, which the clearing would take
     }
     root = nullptr; // before the elements go: it points at one of them
     document->Clear();

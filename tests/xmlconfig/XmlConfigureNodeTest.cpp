@@ -364,6 +364,21 @@ TEST_F(XmlConfigureNodeTest, ItemsAreAppendedToWhatTheVectorHolds) {
     EXPECT_EQ(TakenRecords(), 4U);
 }
 
+TEST_F(XmlConfigureNodeTest, AVectorThatCollectsTheItemsOfManyNodesGrowsAsItDoesByItself) {
+    const ParsedXml xml("<Configure><ConfigItem name='a'/><ConfigItem name='b'/></Configure>");
+    std::vector<ItemPointer> items;
+    size_t growths = 0;
+    for (int i = 0; i < 500; ++i) {
+        const size_t room = items.capacity();
+        ASSERT_TRUE(RootOf(xml).GetItems(items));
+        growths += items.capacity() != room ? 1 : 0;
+    }
+
+    EXPECT_EQ(items.size(), 1000U);
+    EXPECT_LE(growths, 10U) << "2 doubled to 1,024";
+    EXPECT_EQ(TakenRecords(), 1000U);
+}
+
 // A vector that grows copies its safe pointers: their destructors may throw, so it does not move them.
 TEST_F(XmlConfigureNodeTest, AVectorThatGrowsKeepsEachItemWithOneRecord) {
     std::string text = "<Configure>";
