@@ -53,7 +53,7 @@ void ConvertByLibrary(benchmark::State& state, const Direction& direction, size_
     const std::string from = GetCharSetName(direction.from);
     const std::string to = GetCharSetName(direction.to);
     for (auto _ : state) {
-        if (ConvertOnce(from.c_str(), to.c_str(), text, out.data(), out.size()) != 0) {
+        if (ConvertOnce(from.c_str(), to.c_str(), text, out.data(), out.size()) == static_cast<size_t>(-1)) {
             state.SkipWithError("the library did not convert the text");
             break;
         }

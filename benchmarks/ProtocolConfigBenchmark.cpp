@@ -90,9 +90,12 @@ bool ParseConvertParse(const std::string& text) {
     }
     const size_t size = text.size() * 2;
     const std::unique_ptr<char[]> converted(new char[size + 1]);
-    converted[0] = '\0';
-    const size_t left = ConvertByGnuLibiconv("gb2312", "utf-8", text, converted.get(), size);
-    return left != static_cast<size_t>(-1) && Parse(converted.get(), TIXML_ENCODING_UTF8);
+    const size_t written = ConvertByGnuLibiconv("gb2312", "utf-8", text, converted.get(), size);
+    if (written == static_cast<size_t>(-1)) {
+        return false;
+    }
+    converted[written] = '\0';
+    return Parse(converted.get(), TIXML_ENCODING_UTF8);
 }
 
 // The others read the text once: they need not be told its encoding.

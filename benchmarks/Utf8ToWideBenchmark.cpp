@@ -39,7 +39,7 @@ void ConvertByLibrary(benchmark::State& state, const std::string& text) {
     std::vector<wchar_t> wide(text.size() + 1);
     for (auto _ : state) {
         if (ConvertByCLibrary("UTF8", "WCHAR_T", text, reinterpret_cast<char*>(wide.data()),
-                              wide.size() * sizeof(wchar_t)) != 0) {
+                              wide.size() * sizeof(wchar_t)) == static_cast<size_t>(-1)) {
             state.SkipWithError("the C library did not convert the text");
             break;
         }
