@@ -24,7 +24,7 @@ set(WYVERN_TINYXML_SOURCE_DIR "${wyvern_deps_dir}/tinyxml" CACHE PATH "TinyXML's
 set(WYVERN_LIBICONV_SOURCE_DIR "${wyvern_deps_dir}/libiconv" CACHE PATH
     "GNU libiconv's sources, used when none is installed or WYVERN_LIBICONV=source")
 
-# Code that is not ours is compiled as it is: none of our warnings, linters or batches.
+# Code that is not ours is compiled as it is: none of our warnings or linters.
 function(wyvern_leave_alone target)
     target_compile_options(${target} PRIVATE -w)
     set_target_properties(${target} PROPERTIES
