@@ -1,3 +1,4 @@
+#include <cstddef>
 #include <cxxabi.h>
 
 // Only in a launcher that carries the C++ runtime inside, in the place of the runtime's own function of this name (Itanium

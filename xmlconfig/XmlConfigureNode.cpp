@@ -4,6 +4,7 @@
 
 #include <tinyxml.h>
 
+#include <cstddef>
 #include <memory>
 
 namespace {
