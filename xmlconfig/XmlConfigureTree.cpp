@@ -58,8 +58,9 @@ bool XmlConfigureTree::LoadMem(const char* text, int encoding) {
     const auto parseEncoding = static_cast<TiXmlEncoding>(encoding);
     const size_t length = std::strlen(text);
     std::unique_ptr<char[]> buffer;
+    // Refused memory leaves the old tree here, which the clearing would take.
     if (length < BigText) {
-        buffer = MakeWorkingBuffer(text, length); // refused memory leaves the old tree, which the clearing would take
+        buffer = MakeWorkingBuffer(text, length);
     }
     root = nullptr; // before the elements go: it points at one of them
     document->Clear();
