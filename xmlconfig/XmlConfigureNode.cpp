@@ -48,9 +48,9 @@ bool XmlConfigureNode::GetItems(std::vector<SafePointer<XmlConfigureItem>>& out)
     if (child == nullptr) {
         return false;
     }
+    // Room for all at once: a vector that grows copies safe pointers, and each copy and release takes a lock. One that
+    // holds some already grows by itself, since exact room would be outgrown by each node that is added.
     if (out.empty()) {
-        // Room for all at once: a vector that grows copies safe pointers, and each copy and release takes a lock. One
-        // that holds some already grows by itself, since exact room would be outgrown by each node that is added.
         size_t count = 0;
         for (const TiXmlElement* item = child; item != nullptr; item = item->NextSiblingElement()) {
             ++count;
