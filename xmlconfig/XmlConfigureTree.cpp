@@ -3,11 +3,10 @@
 #include "charset/CharSetConverter.h"
 #include "xmlconfig/XmlNestingLimit.h"
 #include "xmlconfig/XmlVocabulary.h"
+#include "xmlconfig/XmlWorkingText.h"
 
-#include <strings.h>
 #include <tinyxml.h>
 
-#include <algorithm>
 #include <cstring>
 #include <memory>
 
@@ -24,22 +23,6 @@ constexpr const char* DeclaredStandalone = "no";
 // times as long. After a small one it comes first, and the next parse takes the pieces as they are: 16 entries then
 // take 6 % fewer instructions in the whole process. The ways meet at some 1,000 entries.
 constexpr size_t BigText = 65536;
-
-// Copies a text with the line ends that TinyXML's own file loading makes, and with the zero bytes behind it that its
-// parser needs.
-std::unique_ptr<char[]> MakeWorkingBuffer(const char* text, size_t length) {
-    std::unique_ptr<char[]> buffer(new char[length + SpareBytes]);
-    char* out = buffer.get();
-    const char* const end = text + length;
-    while (const auto* lineEnd = static_cast<const char*>(std::memchr(text, '\r', static_cast<size_t>(end - text)))) {
-        out = std::copy(text, lineEnd, out);
-        *out++ = '\n';
-        text = lineEnd + (lineEnd[1] == '\n' ? 2 : 1); // at the end of the text the terminator follows
-    }
-    out = std::copy(text, end, out);
-    std::memset(out, 0, SpareBytes);
-    return buffer;
-}
 
 } // namespace
 
@@ -60,12 +43,12 @@ bool XmlConfigureTree::LoadMem(const char* text, int encoding) {
     std::unique_ptr<char[]> buffer;
     // Refused memory leaves the old tree here, which the clearing would take.
     if (length < BigText) {
-        buffer = MakeWorkingBuffer(text, length);
+        buffer = MakeWorkingText(text, length);
     }
     root = nullptr; // before the elements go: it points at one of them
     document->Clear();
     if (buffer == nullptr) {
-        buffer = MakeWorkingBuffer(text, length);
+        buffer = MakeWorkingText(text, length);
     }
     if (NestsTooDeep(buffer.get(), encoding)) {
         document->ClearError();
@@ -80,19 +63,10 @@ bool XmlConfigureTree::LoadMem(const char* text, int encoding) {
     return !document->Error();
 }
 
-// The first declaration on the top level decides, also when the parse failed behind it. The library itself compares
-// only the beginning of the name ("UTF-8859" would be UTF-8 to it), which is why this is not left to it.
 void XmlConfigureTree::RecordEncoding(const char* text) {
-    if (std::strncmp(text, "\xEF\xBB\xBF", 3) == 0) {
-        return;
-    }
-    for (const TiXmlNode* node = document->FirstChild(); node != nullptr; node = node->NextSibling()) {
-        if (const TiXmlDeclaration* declaration = node->ToDeclaration()) {
-            const char* name = declaration->Encoding();
-            const bool isUtf8 = *name == '\0' || strcasecmp(name, "UTF-8") == 0 || strcasecmp(name, "UTF8") == 0;
-            DetectedEncoding = isUtf8 ? TIXML_ENCODING_UTF8 : TIXML_ENCODING_LEGACY;
-            return;
-        }
+    const int declared = DetectEncoding(*document, text);
+    if (declared != TIXML_ENCODING_UNKNOWN) {
+        DetectedEncoding = declared;
     }
 }
 

@@ -25,6 +25,7 @@ public:
     // Returns the start of the first element beyond `limit`, or null when there is none.
     const char* findBeyond(size_t limit) {
         for (next = skipWhiteSpace(next); *next != '\0'; next = skipWhiteSpace(next)) {
+            steps += 1 + depth;
             if (*next != '<') {
                 // Text between elements; on the top level it ends the parse.
                 next = depth == 0 ? nullptr : skipText(next);
@@ -45,6 +46,9 @@ public:
         }
         return nullptr;
     }
+
+    // What the parser did for the nodes walked over: the way up to the root for each, the attributes in front for each.
+    size_t parserSteps() const { return steps; }
 
 private:
     static bool isWhiteSpace(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
@@ -162,7 +166,8 @@ private:
 
     const char* skipStartTag(const char* p) {
         p = skipName(skipWhiteSpace(p + 1));
-        while (p != nullptr) {
+        for (size_t attributes = 0; p != nullptr; ++attributes) {
+            steps += attributes;
             p = skipWhiteSpace(p);
             if (*p == '>') {
                 ++depth;
@@ -207,6 +212,7 @@ private:
     const char* next;
     TiXmlEncoding encoding;
     size_t depth = 0; // open elements
+    size_t steps = 0;
 };
 
 // Whether so many elements could stand open in the text: the start tag of each ends in a ">" with no "/" before it, which
@@ -249,4 +255,10 @@ bool NestsTooDeep(const char* text, int encoding) {
     const auto parseEncoding = static_cast<TiXmlEncoding>(encoding);
     const char* place = NestingWalk(text, parseEncoding).findBeyond(MaxElementDepth);
     return place != nullptr && ParserReaches(text, place, parseEncoding, MaxElementDepth);
+}
+
+size_t CostOfParsing(const char* text, int encoding) {
+    NestingWalk walk(text, static_cast<TiXmlEncoding>(encoding));
+    static_cast<void>(walk.findBeyond(MaxElementDepth));
+    return walk.parserSteps();
 }

@@ -23,3 +23,15 @@ inline constexpr size_t SpareBytes = 4;
 /// Throws only std::bad_alloc, with the leak that `XmlConfigureDocument` tells of when it comes from TinyXML's parser.
 /// Any thread.
 bool NestsTooDeep(const char* text, int encoding);
+
+/// Steps that a text may take for whoever must not be kept busy by it: about a second. Twenty thousand entries of an
+/// ordinary form take some hundred thousand.
+inline constexpr size_t MaxParseSteps = size_t{1} << 27U;
+
+/// Tells, without parsing, how many steps of a few nanoseconds TinyXML has to take for a text. For each node it walks up to
+/// the root, and for each attribute over those of its element that came before: either can be made to grow with the square
+/// of the text.
+/// @param text and encoding as for `NestsTooDeep`.
+/// @return what the parser does up to its first error, or up to the element that nests too deep.
+/// Throws only std::bad_alloc. Any thread.
+size_t CostOfParsing(const char* text, int encoding);

@@ -1,0 +1,161 @@
+#include "xmlconfig/XmlPlaces.h"
+
+#include "charset/CharSetConverter.h"
+#include "tests/support/Repeated.h"
+#include "tests/support/TemporaryDirectory.h"
+#include "xmlconfig/XmlConfigureDocument.h"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+namespace {
+
+using State = XmlPlacedText::State;
+
+std::string At(const XmlPlace& place) {
+    return std::to_string(place.line) + ":" + std::to_string(place.column);
+}
+
+const std::string Declaration = "<?xml version=\"1.0\" encoding=\"utf-8\"?>\n";
+const std::string Gb2312Declaration = "<?xml version=\"1.0\" encoding=\"gb2312\"?>\n";
+
+} // namespace
+
+TEST(XmlPlacesTest, ElementsAndAttributesDownToTheThirdLevelHaveTheirPlaces) {
+    const XmlPlacedText text = ParseWithPlaces(Declaration + "<Configure name='a'>\r\n"
+                                                             "\t<Configure name='b'>\r"
+                                                             "  <ConfigItem x='1' y='2'><Deeper/></ConfigItem>\n"
+                                                             "</Configure></Configure>");
+
+    ASSERT_EQ(text.state, State::WellFormed);
+    ASSERT_EQ(text.topLevel.size(), 1U);
+    const XmlPlacedElement& root = text.topLevel[0];
+    EXPECT_EQ(root.name, "Configure");
+    EXPECT_EQ(At(root.place), "2:1");
+    ASSERT_EQ(root.children.size(), 1U);
+    const XmlPlacedElement& section = root.children[0];
+    EXPECT_EQ(At(section.place), "3:2");
+    EXPECT_EQ(section.find("name")->value, "b");
+    EXPECT_EQ(section.find("other"), nullptr);
+    ASSERT_EQ(section.children.size(), 1U);
+    const XmlPlacedElement& entry = section.children[0];
+    EXPECT_EQ(At(entry.place), "4:3");
+    EXPECT_EQ(At(entry.find("y")->place), "4:21");
+    EXPECT_TRUE(entry.children.empty());
+}
+
+TEST(XmlPlacesTest, ColumnsCountCharactersInUtf8AndInConvertedGb2312) {
+    const std::string chinese = "<Configure a='\xE7\xBD\x91\xE5\x85\xB3' name=''/>";
+    std::string gb2312;
+    CharSetConverter::Convert(chinese, gb2312, CharSetUtf8, CharSetGb2312);
+
+    for (const std::string& content : {Declaration + chinese, Gb2312Declaration + gb2312}) {
+        const XmlPlacedText text = ParseWithPlaces(content);
+
+        ASSERT_EQ(text.state, State::WellFormed);
+        EXPECT_EQ(At(text.topLevel[0].find("name")->place), "2:19");
+        EXPECT_EQ(text.cutAt, XmlPlacedText::None);
+    }
+}
+
+TEST(XmlPlacesTest, WhatIsNotWellFormedIsToldInTheLibrarysWordsWithItsPlace) {
+    const XmlPlacedText text = ParseWithPlaces(Declaration + "<Configure name='a'>\n  <b></c>\n</Configure>");
+
+    EXPECT_EQ(text.state, State::NotWellFormed);
+    EXPECT_FALSE(text.endsEarly);
+    EXPECT_EQ(text.reason, "Error reading end tag.");
+    EXPECT_EQ(text.place.line, 3);
+    EXPECT_TRUE(text.topLevel.empty());
+}
+
+TEST(XmlPlacesTest, ATextThatEndsTooEarlyHasItsErrorAtItsEnd) {
+    const XmlPlacedText text = ParseWithPlaces(Declaration + "<Configure name='a'>\n  <b>");
+
+    EXPECT_EQ(text.state, State::NotWellFormed);
+    EXPECT_TRUE(text.endsEarly);
+    EXPECT_NE(text.reason, "");
+    EXPECT_EQ(At(text.place), "3:6");
+}
+
+TEST(XmlPlacesTest, TheDeclarationIsToldAndDecidesTheEncoding) {
+    struct Case {
+        std::string content;
+        bool hasDeclaration;
+        std::string declared;
+        bool isUtf8;
+    };
+    for (const Case& each : {Case{"<a/>", false, "", false}, Case{"\n<?xml version='1.0'?><a/>", true, "", true},
+                             Case{"<?xml encoding='UTF8'?><a/>", true, "UTF8", true},
+                             Case{"<?xml encoding='UTF-8859'?><a/>", true, "UTF-8859", false},
+                             Case{"<!-- --><?xml encoding='gb2312'?><a/>", true, "gb2312", false},
+                             Case{"\xEF\xBB\xBF<?xml encoding='utf-8'?><a/>", true, "utf-8", false}}) {
+        const XmlPlacedText text = ParseWithPlaces(each.content);
+
+        EXPECT_EQ(text.hasDeclaration, each.hasDeclaration) << each.content;
+        EXPECT_EQ(text.declaredEncoding, each.declared) << each.content;
+        EXPECT_EQ(text.isUtf8, each.isUtf8) << each.content;
+    }
+}
+
+TEST(XmlPlacesTest, WhereTheConversionCutsATextIsTheOffsetOfTheFirstByteThatDoesNotConvert) {
+    const std::string start = Gb2312Declaration + "<Configure name='\xCD\xF8";
+
+    const XmlPlacedText text = ParseWithPlaces(start + "\xFF'/>");
+
+    EXPECT_EQ(text.cutAt, start.size());
+    EXPECT_EQ(text.state, State::NotWellFormed);
+}
+
+TEST(XmlPlacesTest, ATextThatNestsTooDeepOrWouldTakeMinutesIsNotParsed) {
+    EXPECT_EQ(ParseWithPlaces(Repeated("<a>", 5001)).state, State::TooDeep);
+
+    std::string manyAttributes = "<a";
+    for (int i = 0; i < 20000; ++i) {
+        manyAttributes += " a" + std::to_string(i) + "=''";
+    }
+    EXPECT_EQ(ParseWithPlaces(manyAttributes + "/>").state, State::TooMuch);
+    EXPECT_EQ(ParseWithPlaces(Repeated("<a>", 4000) + Repeated("<b/>", 40000)).state, State::TooMuch);
+}
+
+TEST(XmlPlacesTest, ALongListOfEntriesIsParsed) {
+    const std::string entry = "<ConfigItem ProtocolName='a' ProtocolId='b' ProtocolType='1' ProtocolEnable='true'/>\n";
+
+    const XmlPlacedText text = ParseWithPlaces(Declaration + "<Configure name='a'><Configure name='b'>" +
+                                               Repeated(entry, 20096) + "</Configure></Configure>");
+
+    ASSERT_EQ(text.state, State::WellFormed);
+    EXPECT_EQ(text.topLevel[0].children[0].children.size(), 20096U);
+}
+
+// The positioned parse is told apart from the launcher's own by its tab size alone: both must agree on every text.
+TEST(XmlPlacesTest, ATextIsWellFormedWithPlacesExactlyWhenTheDocumentLoadsIt) {
+    const TemporaryDirectory directory;
+    const std::string base = Declaration + "<Configure name='\xE7\xBD\x91'>\t<Configure name='ProtocolConfig'>\r\n"
+                                           "<ConfigItem a=\"&#x41;\xEF\xBC\x81\"/><!-- c --></Configure></Configure>";
+    const std::string bytes = std::string("\0<>\"'&/\xEF\xFF\n \xE7", 12);
+    for (size_t at = 0; at < base.size(); ++at) {
+        for (const char byte : bytes) {
+            std::string content = base;
+            content[at] = byte;
+            XmlConfigureDocument document;
+            const bool loads = document.Load(directory.write("a.xml", content), CharSetUtf8, ReadOnly);
+
+            const XmlPlacedText text = ParseWithPlaces(content);
+
+            const bool isRoot = text.state == State::WellFormed && !text.topLevel.empty() &&
+                                text.topLevel[0].name == "Configure" && text.topLevel[0].find("name") != nullptr;
+            EXPECT_EQ(isRoot, loads) << content;
+        }
+    }
+}
+
+TEST(XmlPlacesTest, AnOffsetsPlaceCountsLineEndsOnceAndCharactersAsOne) {
+    const std::string text = "a\r\nb\rc\n\xE7\xBD\x91z";
+
+    EXPECT_EQ(At(PlaceOfOffset(text, 0)), "1:1");
+    EXPECT_EQ(At(PlaceOfOffset(text, 3)), "2:1");
+    EXPECT_EQ(At(PlaceOfOffset(text, 5)), "3:1");
+    EXPECT_EQ(At(PlaceOfOffset(text, 10)), "4:2");
+    EXPECT_EQ(At(PlaceOfOffset(text, 1000)), "4:3");
+}

@@ -1,0 +1,136 @@
+#include "xmlconfig/XmlPlaces.h"
+
+#include "charset/CharSetConverter.h"
+#include "xmlconfig/XmlNestingLimit.h"
+#include "xmlconfig/XmlWorkingText.h"
+
+#include <tinyxml.h>
+
+#include <algorithm>
+#include <cstring>
+#include <memory>
+
+namespace {
+
+// The root, the sections, the entries.
+constexpr int PlacedLevels = 3;
+
+// A tab is one column: an editor that is told a column counts characters.
+constexpr int TabSize = 1;
+
+XmlPlace PlaceOf(const TiXmlBase& node) {
+    return {node.Row(), node.Column()};
+}
+
+std::vector<XmlPlacedElement> PlacedChildren(const TiXmlNode& parent, int levels) {
+    std::vector<XmlPlacedElement> placed;
+    for (const TiXmlElement* child = parent.FirstChildElement(); child != nullptr;
+         child = child->NextSiblingElement()) {
+        XmlPlacedElement element;
+        element.name = child->Value();
+        element.place = PlaceOf(*child);
+        for (const TiXmlAttribute* at = child->FirstAttribute(); at != nullptr; at = at->Next()) {
+            element.attributes.push_back({at->Name(), at->Value(), PlaceOf(*at)});
+        }
+        if (levels > 1) {
+            element.children = PlacedChildren(*child, levels - 1);
+        }
+        placed.push_back(std::move(element));
+    }
+    return placed;
+}
+
+/// One reading of a text. The document keeps the result.
+XmlPlacedText::State Read(TiXmlDocument& document, const char* workingText, TiXmlEncoding encoding,
+                          XmlPlacedText& out) {
+    document.SetTabSize(TabSize);
+    if (CostOfParsing(workingText, encoding) > MaxParseSteps) {
+        return XmlPlacedText::State::TooMuch;
+    }
+    if (NestsTooDeep(workingText, encoding)) {
+        return XmlPlacedText::State::TooDeep;
+    }
+    document.Parse(workingText, nullptr, encoding);
+    if (!document.Error()) {
+        return XmlPlacedText::State::WellFormed;
+    }
+    out.reason = document.ErrorDesc();
+    // The library gives no place, row 0, when the text ends too early.
+    out.endsEarly = document.ErrorRow() <= 0;
+    out.place = !out.endsEarly ? XmlPlace{document.ErrorRow(), std::max(document.ErrorCol(), 1)}
+                               : PlaceOfOffset(workingText, std::strlen(workingText));
+    return XmlPlacedText::State::NotWellFormed;
+}
+
+void ReadDeclaration(const TiXmlDocument& document, XmlPlacedText& out) {
+    for (const TiXmlNode* node = document.FirstChild(); node != nullptr; node = node->NextSibling()) {
+        if (const TiXmlDeclaration* declaration = node->ToDeclaration()) {
+            out.hasDeclaration = true;
+            out.declaredEncoding = declaration->Encoding();
+            out.declarationPlace = PlaceOf(*declaration);
+            return;
+        }
+    }
+}
+
+// How many bytes of a GB2312 text became these bytes of UTF-8: a character of more than one byte here has two there.
+size_t Gb2312Length(const std::string& utf8) {
+    size_t length = 0;
+    for (const char c : utf8) {
+        const auto byte = static_cast<unsigned char>(c);
+        length += byte < 0x80 ? 1 : (byte >= 0xC0 ? 2 : 0);
+    }
+    return length;
+}
+
+} // namespace
+
+const XmlPlacedAttribute* XmlPlacedElement::find(const std::string& attributeName) const {
+    const auto at =
+        std::find_if(attributes.begin(), attributes.end(),
+                     [&attributeName](const XmlPlacedAttribute& each) { return each.name == attributeName; });
+    return at == attributes.end() ? nullptr : &*at;
+}
+
+XmlPlace PlaceOfOffset(const std::string& text, size_t offset) {
+    XmlPlace place;
+    for (size_t i = 0; i < std::min(offset, text.size()); ++i) {
+        const auto byte = static_cast<unsigned char>(text[i]);
+        if (byte == '\n' || (byte == '\r' && text[i + 1] != '\n')) { // a string's end is a zero byte
+            ++place.line;
+            place.column = 1;
+        } else if (byte != '\r' && (byte & 0xC0U) != 0x80U) {
+            ++place.column;
+        }
+    }
+    return place;
+}
+
+XmlPlacedText ParseWithPlaces(const std::string& content) {
+    XmlPlacedText out;
+    std::string text = content.c_str(); // up to the first zero byte
+    const auto firstText = MakeWorkingText(text.c_str(), text.size());
+    TiXmlDocument first;
+    out.state = Read(first, firstText.get(), TIXML_ENCODING_UNKNOWN, out);
+    ReadDeclaration(first, out);
+    out.isUtf8 = DetectEncoding(first, firstText.get()) == TIXML_ENCODING_UTF8;
+    if (out.state != XmlPlacedText::State::WellFormed) {
+        return out;
+    }
+    if (!out.isUtf8) {
+        std::string converted;
+        CharSetConverter::Convert(text, converted, CharSetGb2312, CharSetUtf8);
+        const size_t taken = Gb2312Length(converted);
+        if (taken < text.size()) {
+            out.cutAt = taken;
+        }
+        text.swap(converted);
+    }
+    const auto secondText = MakeWorkingText(text.c_str(), text.size());
+    TiXmlDocument second;
+    out.state = Read(second, secondText.get(), TIXML_ENCODING_UTF8, out);
+    if (out.state == XmlPlacedText::State::WellFormed) {
+        out.topLevel = PlacedChildren(second, PlacedLevels);
+    }
+    return out;
+}
