@@ -5,11 +5,14 @@
 #include <algorithm>
 #include <cstdio>
 
+bool ServiceCommand::serves(const std::string& name, const std::string& protocolName) {
+    return name.find(LoadServiceKeyword) != std::string::npos && name.find(protocolName) != std::string::npos;
+}
+
 ServiceCommand::ServiceCommand(const std::vector<std::string>& names, const std::string& protocolName, int32_t mode)
     : buffer{}, result(State::Nothing) {
-    const auto match = std::find_if(names.begin(), names.end(), [&protocolName](const std::string& name) {
-        return name.find(LoadServiceKeyword) != std::string::npos && name.find(protocolName) != std::string::npos;
-    });
+    const auto match = std::find_if(names.begin(), names.end(),
+                                    [&protocolName](const std::string& name) { return serves(name, protocolName); });
     if (match != names.end()) {
         matchedFile = *match;
         // find() answers npos when there is no "_", which substr() takes as the whole name.

@@ -27,11 +27,14 @@ public:
         TooLong, ///< the command does not fit the buffer; a cut command is never offered
     };
 
+    /// @return whether a file of this name can be the start program of a protocol: it contains "loadservice" and
+    ///         `protocolName`, both case-sensitive and anywhere. An empty protocol name is contained in every name.
+    static bool serves(const std::string& name, const std::string& protocolName);
+
     /// Chooses the start program of a protocol and composes the command of a mode.
     ///
-    /// The first of `names` that contains "loadservice" and also `protocolName`, both case-sensitive and anywhere, is
-    /// the start program; an empty protocol name is contained in every name. Deliberate: when none matches, file and
-    /// prefix stay empty and there is a command all the same, the service directory itself or "killall -15 _Server".
+    /// The first of `names` that `serves` the protocol is its start program. Deliberate: when none does, file and prefix
+    /// stay empty and there is a command all the same, the service directory itself or "killall -15 _Server".
     /// Nothing is quoted: a blank or ";" in a file name means to the shell what it always means.
     ServiceCommand(const std::vector<std::string>& names, const std::string& protocolName, int32_t mode);
 
