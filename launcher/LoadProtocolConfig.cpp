@@ -1,6 +1,6 @@
 #include "launcher/LoadProtocolConfig.h"
 
-#include "launcher/LauncherPaths.h"
+#include "launcher/ConfigurationCopies.h"
 
 #include <cstdio>
 #include <string>
@@ -20,6 +20,5 @@ bool ParseOrReport(ProtocolConfig& config, const std::string& path) {
 } // namespace
 
 bool LoadProtocolConfig(ProtocolConfig& config) {
-    return ParseOrReport(config, ConfigFileDir + ProtocolConfigFileName) ||
-           ParseOrReport(config, FactorySettingDir + ProtocolConfigFileName);
+    return FirstUsableCopy([&config](const std::string& path) { return ParseOrReport(config, path); });
 }
