@@ -3,6 +3,9 @@ include(CMakePackageConfigHelpers)
 
 get_property(libraries GLOBAL PROPERTY WYVERN_LIBRARIES)
 install(TARGETS Wyvern RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT launcher)
+if(WYVERN_BUILD_CHECK)
+    install(TARGETS wyvern-check RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT check)
+endif()
 install(TARGETS ${libraries}
     EXPORT WyvernTargets
     ARCHIVE DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT development

@@ -1,0 +1,236 @@
+#include "check/DeviceRoot.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+#include <deque>
+#include <memory>
+
+namespace {
+
+constexpr int DirectoryFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+constexpr int FileFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
+
+struct DirectoryCloser {
+    void operator()(DIR* directory) const noexcept { static_cast<void>(closedir(directory)); }
+};
+
+std::deque<std::string> Split(const std::string& path) {
+    std::deque<std::string> names;
+    size_t start = 0;
+    while (start < path.size()) {
+        const size_t end = std::min(path.find('/', start), path.size());
+        const std::string name = path.substr(start, end - start);
+        if (!name.empty() && name != ".") {
+            names.push_back(name);
+        }
+        start = end + 1;
+    }
+    return names;
+}
+
+std::string Joined(const std::vector<std::string>& names) {
+    std::string path;
+    for (const std::string& name : names) {
+        path += "/" + name;
+    }
+    return path.empty() ? "/" : path;
+}
+
+// An empty text for a link that cannot be read.
+std::string LinkTarget(int directory, const std::string& name) {
+    std::array<char, PATH_MAX> target{};
+    const ssize_t length = readlinkat(directory, name.c_str(), target.data(), target.size());
+    return length <= 0 ? std::string() : std::string(target.data(), static_cast<size_t>(length));
+}
+
+DeviceEntry::Kind KindOfError(int error, bool isLink) {
+    if (error == ENOENT || error == ENOTDIR || error == ENAMETOOLONG) {
+        return isLink ? DeviceEntry::Kind::DanglingLink : DeviceEntry::Kind::Missing;
+    }
+    return DeviceEntry::Kind::Unreachable;
+}
+
+void Describe(const struct stat& status, DeviceEntry& entry) {
+    entry.kind = S_ISREG(status.st_mode)   ? DeviceEntry::Kind::File
+                 : S_ISDIR(status.st_mode) ? DeviceEntry::Kind::Directory
+                                           : DeviceEntry::Kind::Other;
+    entry.mode = status.st_mode & 07777U;
+    entry.size = static_cast<uint64_t>(status.st_size);
+    entry.device = status.st_dev;
+    entry.inode = status.st_ino;
+}
+
+} // namespace
+
+/// Where a path led: the entry, and for one that is no directory, what it is opened by.
+struct DeviceRoot::Place {
+    DeviceEntry entry;
+    FileDescriptor directory; ///< the one that holds the file, or the directory itself
+    std::string name;         ///< of the file in it; empty for a directory
+};
+
+DeviceRoot::DeviceRoot(const std::string& hostDirectory)
+    : hostRoot(hostDirectory.substr(0, hostDirectory.find_last_not_of('/') + 1)),
+      root(open(hostDirectory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
+
+std::string DeviceRoot::onHost(const std::string& path) const {
+    return hostRoot + path;
+}
+
+FileDescriptor DeviceRoot::openDirectory(const std::vector<std::string>& names) const {
+    FileDescriptor directory(openat(root.get(), ".", DirectoryFlags));
+    for (const std::string& name : names) {
+        directory = FileDescriptor(openat(directory.get(), name.c_str(), DirectoryFlags));
+    }
+    return directory;
+}
+
+DeviceRoot::Place DeviceRoot::resolve(const std::string& path) const {
+    Place place;
+    std::deque<std::string> left = Split(path);
+    std::vector<std::string> done;
+    FileDescriptor directory = openDirectory(done);
+    int links = 0;
+    size_t steps = 0;
+    while (!left.empty()) {
+        const std::string name = left.front();
+        left.pop_front();
+        if (name == "..") {
+            if (!done.empty()) {
+                done.pop_back();
+            }
+            steps += done.size();
+            directory = openDirectory(done);
+        }
+        if (++steps > MaxSteps) {
+            place.entry.kind = DeviceEntry::Kind::LinkLoop;
+            return place;
+        }
+        if (name == "..") {
+            continue;
+        }
+        struct stat status {};
+        if (fstatat(directory.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+            place.entry.kind = KindOfError(errno, place.entry.isLink);
+            return place;
+        }
+        if (S_ISLNK(status.st_mode)) {
+            const std::string target = LinkTarget(directory.get(), name);
+            if (links == 0 && left.empty()) {
+                place.entry.isLink = true;
+            }
+            if (++links > MaxLinks) {
+                place.entry.kind = DeviceEntry::Kind::LinkLoop;
+                return place;
+            }
+            if (!target.empty() && target.front() == '/') {
+                done.clear();
+                directory = openDirectory(done);
+            }
+            const std::deque<std::string> targetNames = Split(target);
+            left.insert(left.begin(), targetNames.begin(), targetNames.end());
+            continue;
+        }
+        done.push_back(name);
+        if (!S_ISDIR(status.st_mode)) {
+            if (!left.empty()) {
+                place.entry.kind = KindOfError(ENOTDIR, place.entry.isLink);
+                return place;
+            }
+            Describe(status, place.entry);
+            place.entry.path = Joined(done);
+            place.directory = std::move(directory);
+            place.name = name;
+            return place;
+        }
+        directory = FileDescriptor(openat(directory.get(), name.c_str(), DirectoryFlags));
+        if (directory.get() < 0) {
+            place.entry.kind = KindOfError(errno, place.entry.isLink);
+            return place;
+        }
+    }
+    struct stat status {};
+    if (fstat(directory.get(), &status) != 0) {
+        place.entry.kind = DeviceEntry::Kind::Unreachable;
+        return place;
+    }
+    Describe(status, place.entry);
+    place.entry.path = Joined(done);
+    place.directory = std::move(directory);
+    return place;
+}
+
+DeviceEntry DeviceRoot::look(const std::string& path) const {
+    return resolve(path).entry;
+}
+
+bool DeviceRoot::read(const std::string& path, size_t limit, std::string& out) const {
+    const Place place = resolve(path);
+    if (place.entry.kind != DeviceEntry::Kind::File) {
+        return false;
+    }
+    const FileDescriptor file(openat(place.directory.get(), place.name.c_str(), FileFlags));
+    std::string content(std::min<uint64_t>(limit, place.entry.size), '\0');
+    size_t done = 0;
+    while (done < content.size()) {
+        const ssize_t count = ::read(file.get(), content.data() + done, content.size() - done);
+        if (count < 0 && errno != EINTR) {
+            return false;
+        }
+        if (count == 0) {
+            break;
+        }
+        done += count > 0 ? static_cast<size_t>(count) : 0;
+    }
+    if (file.get() < 0) {
+        return false;
+    }
+    content.resize(done);
+    out = std::move(content);
+    return true;
+}
+
+bool DeviceRoot::list(const std::string& path, size_t limit, std::vector<DeviceName>& out) const {
+    const Place place = resolve(path);
+    if (place.entry.kind != DeviceEntry::Kind::Directory) {
+        return false;
+    }
+    FileDescriptor opened(openat(place.directory.get(), ".", O_RDONLY | O_DIRECTORY | O_NONBLOCK | O_CLOEXEC));
+    const std::unique_ptr<DIR, DirectoryCloser> stream(fdopendir(opened.get())); // EBADF, and null, for -1
+    if (stream == nullptr) {
+        return false;
+    }
+    static_cast<void>(opened.release()); // the stream closes it
+    // POSIX lets readdir share its buffer only among calls on one stream, and this stream is ours alone.
+    // NOLINTNEXTLINE(concurrency-mt-unsafe)
+    for (const dirent* entry = readdir(stream.get()); entry != nullptr && limit > 0; entry = readdir(stream.get())) {
+        if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
+            out.push_back({entry->d_name, entry->d_type == DT_DIR});
+            --limit;
+        }
+    }
+    return true;
+}
+
+bool DeviceRoot::hasTheDevicesOrder(const std::string& directory) const {
+    // Kinds that hold a whole tree in the order in which a tool packed it, or that live on a flash chip only.
+    constexpr std::array<uint64_t, 7> DeviceKinds = {SQUASHFS_MAGIC, CRAMFS_MAGIC,      CRAMFS_MAGIC_WEND,
+                                                     0x7275,                                         // romfs
+                                                     0xE0F5E1E2,     JFFS2_SUPER_MAGIC, 0x24051905}; // erofs, ubifs
+    if (hostRoot.empty()) {
+        return true;
+    }
+    const Place place = resolve(directory);
+    struct statfs status {};
+    return place.directory.get() >= 0 && fstatfs(place.directory.get(), &status) == 0 &&
+           std::find(DeviceKinds.begin(), DeviceKinds.end(), static_cast<uint64_t>(status.f_type)) != DeviceKinds.end();
+}

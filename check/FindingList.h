@@ -1,0 +1,34 @@
+#pragma once
+
+#include "check/Finding.h"
+
+#include <set>
+#include <string>
+#include <tuple>
+#include <vector>
+
+/// The findings of one check, in the order in which they were made, each once.
+///
+/// Owns:    the findings. At most `Limit` are kept, so that a hostile image cannot make the list grow without end.
+/// Fails:   throws only std::bad_alloc.
+/// Threads: one at a time per object.
+class FindingList {
+public:
+    static constexpr size_t Limit = 10000;
+
+    /// Adds a finding of a rule of the table; one that is there already is left out.
+    /// @param rule an id of the table.
+    void add(const std::string& path, XmlPlace place, const char* rule, const std::string& text);
+
+    const std::vector<Finding>& all() const noexcept { return findings; }
+
+    /// Makes every warning an error.
+    void makeStrict() noexcept;
+
+    /// @return how many findings have this severity.
+    size_t count(Severity severity) const noexcept;
+
+private:
+    std::vector<Finding> findings;
+    std::set<std::tuple<std::string, int, int, std::string, std::string>> known;
+};

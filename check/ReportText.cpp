@@ -1,0 +1,107 @@
+#include "check/ReportText.h"
+
+#include "check/Printable.h"
+
+namespace {
+
+constexpr const char* Red = "\x1B[1;31m";
+constexpr const char* Yellow = "\x1B[1;33m";
+constexpr const char* Cyan = "\x1B[1;36m";
+constexpr const char* Plain = "\x1B[0m";
+
+const char* ColourOf(Severity severity) {
+    switch (severity) {
+    case Severity::Note:
+        return Cyan;
+    case Severity::Warning:
+        return Yellow;
+    case Severity::Error:
+        break;
+    }
+    return Red;
+}
+
+std::string Count(size_t count, const std::string& noun) {
+    return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
+}
+
+std::string ConfigurationLine(const ConfigurationReport& report) {
+    std::string line = report.role + ": " + Printable(report.path) + ": ";
+    if (report.inForce) {
+        return line + "in force, " + std::to_string(report.records.size()) + " entries\n";
+    }
+    if (report.isUsable()) {
+        return line + "not in force, the other copy is; " + std::to_string(report.records.size()) + " entries\n";
+    }
+    line += "cannot be used: ";
+    if (!report.text.topLevel.empty() || !report.text.reason.empty()) {
+        line += std::to_string(report.place.line) + ":" + std::to_string(report.place.column) + ": ";
+    }
+    return line + Printable(report.reason) + "\n";
+}
+
+std::string PlanLines(const CheckReport& report) {
+    std::string text = "plan of " + report.planMode + ":\n";
+    for (const PlanStep& step : report.plan) {
+        const std::string reason = step.reason();
+        text += "  " + std::to_string(step.order) + " " + Printable(step.protocol) + ": ";
+        text += step.action == PlanStep::Action::Run ? "run " + Printable(step.command) : "skip";
+        text += reason.empty() ? "\n" : " (" + reason + ")\n";
+        for (const PassedOver& other : step.passedOver) {
+            text += std::string("      ") +
+                    (step.isOpen && other.reason == PassedOver::Reason::Later ? "or " : "not ") +
+                    Printable(other.name) + ": " + ReasonText(other.reason) + "\n";
+        }
+    }
+    return text;
+}
+
+std::string DifferenceLines(const std::vector<PlanDifference>& differences, const char* mode) {
+    std::string text;
+    for (const PlanDifference& difference : differences) {
+        text += std::string("after a fallback to the factory copy, ") + mode +
+                (difference.onlyInFirst ? " no longer" : " also") + " runs: " + Printable(difference.command) + " (" +
+                Printable(difference.protocol) + ")\n";
+    }
+    return text;
+}
+
+std::string FindingLine(const Finding& finding, bool colour) {
+    const std::string severity = SeverityName(finding.severity);
+    return Printable(finding.path) + ":" + std::to_string(finding.place.line) + ":" +
+           std::to_string(finding.place.column) + ": " +
+           (colour ? ColourOf(finding.severity) + severity + Plain : severity) + ": " + finding.rule + ": " +
+           Printable(finding.text) + "\n";
+}
+
+} // namespace
+
+std::string ReportAsText(const CheckReport& report, const ReportStyle& style) {
+    std::string text;
+    if (!style.quiet) {
+        for (const ConfigurationReport& configuration : report.configurations) {
+            text += ConfigurationLine(configuration);
+        }
+        if (!report.root.empty()) {
+            text += "start programs: " + Printable(report.services.path) + ": " +
+                    (report.services.isThere ? std::to_string(report.services.names.size()) : "cannot be listed") +
+                    "\n";
+        }
+        text += DifferenceLines(report.startDifferences, "start");
+        text += DifferenceLines(report.stopDifferences, "stop");
+    }
+    if (!report.planMode.empty()) {
+        text += PlanLines(report);
+    }
+    for (const Finding& finding : report.findings.all()) {
+        if (!style.quiet || finding.severity != Severity::Note) {
+            text += FindingLine(finding, style.colour);
+        }
+    }
+    if (!style.quiet) {
+        text += Count(report.findings.count(Severity::Error), "error") + ", " +
+                Count(report.findings.count(Severity::Warning), "warning") + ", " +
+                Count(report.findings.count(Severity::Note), "note") + "\n";
+    }
+    return text;
+}

@@ -1,0 +1,21 @@
+#pragma once
+
+#include "check/DeviceRoot.h"
+
+#include <cstddef>
+#include <map>
+#include <set>
+#include <string>
+
+/// Where in the image the servers are: files whose name is that of a server, found by walking over the tree.
+///
+/// /dev, /proc and /sys are left out, and links to directories are not followed. At most `MaxEntries` are looked at.
+struct ServerSearch {
+    static constexpr size_t MaxEntries = 200000;
+
+    std::map<std::string, std::string> found; ///< path on the device, by name; the first in the order of the walk
+    bool isCut = false;                       ///< there was more to look at
+};
+
+/// @param names of the servers that are looked for.
+ServerSearch FindServers(const DeviceRoot& root, const std::set<std::string>& names);

@@ -1,0 +1,167 @@
+#include "check/ServicePlan.h"
+
+#include "check/LetterCase.h"
+#include "launcher/LauncherPaths.h"
+#include "launcher/ListDirectory.h"
+#include "launcher/ServiceCommand.h"
+
+#include <algorithm>
+#include <set>
+
+namespace {
+
+class NamesInLowerCase {
+public:
+    explicit NamesInLowerCase(const ServiceDirectory& services) : original(services.names) {
+        for (const std::string& name : original) {
+            lower.push_back(ToLower(name));
+        }
+    }
+
+    // The names that would serve a protocol if letter case did not matter.
+    void addOtherCase(const std::string& protocolName, PlanStep& step) const {
+        const std::string wanted = ToLower(protocolName);
+        for (size_t i = 0; i < lower.size() && step.passedOver.size() < PlanStep::MaxPassedOver; ++i) {
+            if (lower[i].find(wanted) != std::string::npos && !ServiceCommand::serves(original[i], protocolName)) {
+                step.passedOver.push_back({original[i], PassedOver::Reason::OtherCase});
+            }
+        }
+    }
+
+private:
+    const std::vector<std::string>& original;
+    std::vector<std::string> lower;
+};
+
+void AddPassedOver(const std::vector<std::string>& names, PassedOver::Reason reason, const std::string& protocolName,
+                   PlanStep& step) {
+    for (const std::string& name : names) {
+        if (step.passedOver.size() >= PlanStep::MaxPassedOver) {
+            return;
+        }
+        if (name != step.file && ServiceCommand::serves(name, protocolName)) {
+            step.passedOver.push_back({name, reason});
+        }
+    }
+}
+
+PlanStep MakeStep(const ProtocolTypeInfo& record, const ServiceDirectory& services, const NamesInLowerCase& lower,
+                  int32_t mode) {
+    PlanStep step;
+    step.protocol = record.getProtocolName();
+    if (!record.isProtocolEnable()) {
+        step.action = PlanStep::Action::SkipDisabled;
+        return step;
+    }
+    const ServiceCommand command(services.names, step.protocol, mode);
+    step.action =
+        command.state() == ServiceCommand::State::TooLong ? PlanStep::Action::SkipTooLong : PlanStep::Action::Run;
+    step.file = command.file();
+    step.prefix = command.prefix();
+    step.command = command.text();
+    AddPassedOver(services.names, PassedOver::Reason::Later, step.protocol, step);
+    step.isOpen = !step.passedOver.empty() && !services.hasTheDevicesOrder;
+    AddPassedOver(services.directories, PassedOver::Reason::IsDirectory, step.protocol, step);
+    AddPassedOver(services.hidden, PassedOver::Reason::IsHidden, step.protocol, step);
+    lower.addOtherCase(step.protocol, step);
+    return step;
+}
+
+std::set<std::string> CommandsOf(const std::vector<PlanStep>& plan) {
+    std::set<std::string> commands;
+    for (const PlanStep& step : plan) {
+        commands.insert(step.command);
+    }
+    return commands;
+}
+
+void AddMissing(const std::vector<PlanStep>& plan, std::set<std::string> others, bool onlyInFirst,
+                std::vector<PlanDifference>& out) {
+    for (const PlanStep& step : plan) {
+        if (!step.command.empty() && others.insert(step.command).second) {
+            out.push_back({onlyInFirst, step.protocol, step.command});
+        }
+    }
+}
+
+} // namespace
+
+ServiceDirectory ListServices(const DeviceRoot& root) {
+    ServiceDirectory services;
+    services.path = root.onHost(ServiceCommand::ServiceDir);
+    const DeviceEntry entry = root.look(ServiceCommand::ServiceDir);
+    std::vector<std::string> listed;
+    if (entry.kind != DeviceEntry::Kind::Directory || !ListDirectory(root.onHost(entry.path), listed, "*")) {
+        return services;
+    }
+    services.isThere = true;
+    services.hasTheDevicesOrder = root.hasTheDevicesOrder(ServiceCommand::ServiceDir);
+    for (std::string& name : listed) {
+        if (!ServiceCommand::serves(name, "")) {
+            continue;
+        }
+        if (services.names.size() == ServiceDirectory::MaxNames) {
+            services.isCut = true;
+            break;
+        }
+        services.names.push_back(std::move(name));
+    }
+    std::vector<DeviceName> all;
+    static_cast<void>(root.list(ServiceCommand::ServiceDir, ServiceDirectory::MaxEntries, all));
+    for (const DeviceName& each : all) {
+        std::vector<std::string>& list = each.name.front() == '.' ? services.hidden : services.directories;
+        if ((each.name.front() == '.' || each.isDirectory) && ServiceCommand::serves(each.name, "") &&
+            list.size() < ServiceDirectory::MaxNames) {
+            list.push_back(each.name);
+        }
+    }
+    return services;
+}
+
+const char* ReasonText(PassedOver::Reason reason) noexcept {
+    switch (reason) {
+    case PassedOver::Reason::Later:
+        return "stands behind it in the directory";
+    case PassedOver::Reason::IsDirectory:
+        return "is a directory";
+    case PassedOver::Reason::IsHidden:
+        return "begins with a dot";
+    case PassedOver::Reason::OtherCase:
+        break;
+    }
+    return "differs in letter case";
+}
+
+std::string PlanStep::reason() const {
+    switch (action) {
+    case Action::SkipDisabled:
+        return "disabled";
+    case Action::SkipTooLong:
+        return "the command has more than " + std::to_string(ServiceCommand::BufferSize - 1) + " bytes";
+    case Action::Run:
+        break;
+    }
+    if (file.empty()) {
+        return "no start program matches";
+    }
+    return isOpen ? "open: several match, and the order of the directory on the device decides" : "";
+}
+
+std::vector<PlanStep> MakePlan(const std::vector<ProtocolTypeInfo>& records, const ServiceDirectory& services,
+                               int32_t mode) {
+    const NamesInLowerCase lower(services);
+    std::vector<PlanStep> plan;
+    plan.reserve(records.size());
+    for (const ProtocolTypeInfo& record : records) {
+        plan.push_back(MakeStep(record, services, lower, mode));
+        plan.back().order = plan.size();
+    }
+    return plan;
+}
+
+std::vector<PlanDifference> ComparePlans(const std::vector<PlanStep>& first, const std::vector<PlanStep>& second) {
+    std::vector<PlanDifference> differences;
+    AddMissing(first, CommandsOf(second), true, differences);
+    AddMissing(second, CommandsOf(first), false, differences);
+    return differences;
+}

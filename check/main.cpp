@@ -1,0 +1,60 @@
+#include "check/CommandLine.h"
+#include "check/DeviceCheck.h"
+#include "check/ReportJson.h"
+#include "check/ReportTable.h"
+#include "check/ReportText.h"
+
+#include <unistd.h>
+
+#include <cstdio>
+#include <cstdlib>
+#include <string>
+
+namespace {
+
+// sysexits.h has this number for wrong usage.
+constexpr int WrongUsage = 64;
+
+// https://no-color.org: any value but an empty one.
+bool WantsColour() {
+    const char* noColour = std::getenv("NO_COLOR");
+    return isatty(STDOUT_FILENO) != 0 && (noColour == nullptr || *noColour == '\0');
+}
+
+std::string Print(const CheckReport& report, const CommandLine& line) {
+    const ReportStyle style{line.quiet, WantsColour()};
+    switch (line.format) {
+    case CommandLine::Format::Table:
+        return ReportAsTable(report, style);
+    case CommandLine::Format::Json:
+        return ReportAsJson(report, style);
+    case CommandLine::Format::Text:
+        break;
+    }
+    return ReportAsText(report, style);
+}
+
+int Refuse(const std::string& text) {
+    static_cast<void>(std::fputs(text.c_str(), stderr));
+    return WrongUsage;
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    const CommandLine line = ReadCommandLine(argc, argv);
+    if (line.action == CommandLine::Action::Refuse) {
+        return Refuse(line.text);
+    }
+    if (line.action == CommandLine::Action::Print) {
+        return std::fputs(line.text.c_str(), stdout) < 0 ? WrongUsage : 0;
+    }
+    CheckReport report;
+    if (!CheckDevice(line.request, report)) {
+        return Refuse("wyvern-check: " + line.request.root + ": cannot be opened as a directory\n");
+    }
+    const std::string text = Print(report, line);
+    const bool isPrinted = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+    // What could not be printed must not pass for clean.
+    return isPrinted ? report.exitStatus() : 2;
+}

@@ -1,0 +1,367 @@
+#include "check/Rules.h"
+
+#include "tests/check/DeviceImage.h"
+#include "tests/check/ElfImage.h"
+#include "tests/support/Repeated.h"
+
+#include <gtest/gtest.h>
+
+#include <ostream>
+#include <set>
+#include <string>
+#include <vector>
+
+namespace {
+
+/// A rule, what makes it fire on an image without a fault, and its twin: what is as near to that as can be and right.
+struct RuleCase {
+    const char* rule;
+    void (*fault)(const DeviceImage& image);
+    void (*twin)(const DeviceImage& image);
+    const char* inText = ""; ///< what the finding's text says, beside the rule
+};
+
+void PrintTo(const RuleCase& each, std::ostream* out) {
+    *out << each.rule;
+}
+
+using Image = DeviceImage;
+
+const std::string TwoEntries = EntryText("Modbus", "1") + EntryText("OPCUA", "2");
+const std::string Chinese = "\xE7\xBD\x91\xE5\x85\xB3"; // two characters in UTF-8
+const std::string ChineseGb2312 = "\xCD\xF8\xB9\xD8";   // the same in GB2312
+const std::string Gb2312 = "<?xml version=\"1.0\" encoding=\"GB2312\"?>\n";
+
+constexpr const char* Program = "/factory_setting/Modbus_loadservice";
+constexpr const char* Server = "/usr/sbin/Modbus_Server";
+
+std::string Replaced(std::string text, const std::string& what, const std::string& with) {
+    text.replace(text.find(what), what.size(), with);
+    return text;
+}
+
+void Rewrite(const Image& image, const std::string& what, const std::string& with) {
+    image.configureEntries(Replaced(TwoEntries, what, with));
+}
+
+void AddEntry(const Image& image, const std::string& entry) {
+    image.configureEntries(TwoEntries + entry);
+}
+
+void NameInGb2312(const Image& image, const std::string& declaration, const std::string& name) {
+    image.configure(ConfigurationText(TwoEntries + EntryText(name, "3", "false"), declaration));
+}
+
+ElfImage ServerProgram() {
+    ElfImage program;
+    program.interpreter = "/lib64/ld-linux.so";
+    program.needed = {"libc.so"};
+    return program;
+}
+
+const std::vector<RuleCase> Cases = {
+    // Configuration.
+    {"no-configuration", [](const Image& image) { image.configure("x"); },
+     [](const Image& image) { image.write(Image::Working, "x"); }},
+    {"configuration-absent", [](const Image& image) { image.remove(Image::Factory); },
+     [](const Image& image) { image.write(Image::Factory, "x"); }},
+    {"configuration-unusable",
+     [](const Image& image) { image.write(Image::Working, Replaced(ConfigurationText(TwoEntries), "</", "<")); },
+     [](const Image& image) { image.remove(Image::Working); }, "not-well-formed"},
+    {"search-ended",
+     [](const Image& image) {
+         image.configure(
+             Replaced(ConfigurationText(TwoEntries), "<Configure name=\"P", "<Configure/>\n<Configure name=\"P"));
+     },
+     [](const Image& image) {
+         image.configure(Replaced(ConfigurationText(TwoEntries), "<Configure name=\"P",
+                                  "<Other/>\n<Configure name=\"x\"/>\n<Configure name=\"P"));
+     },
+     "no attribute \"name\""},
+    {"nesting-depth", [](const Image& image) { AddEntry(image, Repeated("<a>", 4999) + Repeated("</a>", 4999)); },
+     [](const Image& image) {
+         Rewrite(image, "\"1\" ProtocolEnable=\"true\"/>",
+                 "\"1\" ProtocolEnable=\"true\">" + Repeated("<a>", 4997) + Repeated("</a>", 4997) + "</ConfigItem>");
+     }},
+    {"too-many-entries", [](const Image& image) { AddEntry(image, Repeated("<ConfigItem/>", 20094)); },
+     [](const Image& image) { AddEntry(image, Repeated("<ConfigItem/>", 20093)); }, "20096"},
+    {"byte-order-mark",
+     [](const Image& image) { image.write(Image::Working, "\xEF\xBB\xBF" + ConfigurationText(TwoEntries)); },
+     [](const Image& image) { image.write(Image::Working, "\n" + ConfigurationText(TwoEntries)); }},
+    {"encoding-mismatch", [](const Image& image) { AddEntry(image, EntryText(ChineseGb2312, "3", "false")); },
+     [](const Image& image) { AddEntry(image, EntryText(Chinese, "3", "false")); }, "offset"},
+    {"encoding-mismatch", [](const Image& image) { NameInGb2312(image, Gb2312, Chinese); },
+     [](const Image& image) { NameInGb2312(image, Gb2312, ChineseGb2312); }, "its bytes are UTF-8"},
+    {"encoding-cut", [](const Image& image) { NameInGb2312(image, Gb2312, ChineseGb2312 + "\xFF\xFF"); },
+     [](const Image& image) { NameInGb2312(image, Gb2312, ChineseGb2312); }, "offset"},
+    {"encoding-undeclared", [](const Image& image) { NameInGb2312(image, "", ChineseGb2312); },
+     [](const Image& image) { NameInGb2312(image, "", "ABC"); }},
+    {"encoding-not-known",
+     [](const Image& image) { image.configure(ConfigurationText(TwoEntries, "<?xml encoding='GBK'?>\n")); },
+     [](const Image& image) { image.configure(ConfigurationText(TwoEntries, "<?xml encoding='gb2312'?>\n")); }},
+    {"zero-byte", [](const Image& image) { image.configure(ConfigurationText(TwoEntries) + '\0'); },
+     [](const Image& image) { image.configure(ConfigurationText(TwoEntries) + '\n'); }},
+    {"section-duplicate",
+     [](const Image& image) { AddEntry(image, "</Configure><Configure name=\"ProtocolConfig\">"); },
+     [](const Image& image) { AddEntry(image, "</Configure><Configure name=\"Protocolconfig\">"); }},
+    {"entry-before-first", [](const Image& image) { image.configureEntries("<Configitem/>" + TwoEntries); },
+     [](const Image& image) { image.configureEntries("<!-- ConfigItem -->" + TwoEntries); }},
+    {"entry-other-element",
+     [](const Image& image) { AddEntry(image, Replaced(EntryText("X", "3", "false"), "ConfigItem", "Config")); },
+     [](const Image& image) { AddEntry(image, EntryText("X", "3", "false")); }},
+    {"attribute-unknown",
+     [](const Image& image) { Rewrite(image, "ProtocolName=\"Modbus\"", "protocolname=\"Modbus\""); },
+     [](const Image& image) { image.configureEntries(TwoEntries); }, "\"ProtocolName\" meant"},
+    {"attribute-unknown", [](const Image& image) { Rewrite(image, "/>", " Comment=\"\"/>"); },
+     [](const Image& image) { Rewrite(image, "/>", "><x Comment=\"\"/></ConfigItem>"); }, "is ignored"},
+    {"enable-value", [](const Image& image) { AddEntry(image, EntryText("X", "3", "yes")); },
+     [](const Image& image) { AddEntry(image, EntryText("X", "3", "FALSE")); }},
+    {"type-value", [](const Image& image) { Rewrite(image, "ProtocolType=\"1\"", "ProtocolType=\"12abc\""); },
+     [](const Image& image) { Rewrite(image, "ProtocolType=\"1\"", "ProtocolType=\"-12\""); }},
+    {"type-value", [](const Image& image) { Rewrite(image, "ProtocolType=\"1\"", "ProtocolType=\"2147483648\""); },
+     [](const Image& image) { Rewrite(image, "ProtocolType=\"1\"", "ProtocolType=\"2147483647\""); }, "32 bits"},
+    {"name-empty", [](const Image& image) { AddEntry(image, EntryText("", "3", "false")); },
+     [](const Image& image) { AddEntry(image, EntryText(" ", "3", "false")); }},
+    {"name-duplicate", [](const Image& image) { AddEntry(image, EntryText("Modbus", "3", "false")); },
+     [](const Image& image) { AddEntry(image, EntryText("modbus", "3", "false")); }, "line 4"},
+    {"id-empty", [](const Image& image) { AddEntry(image, EntryText("X", "", "false")); },
+     [](const Image& image) { AddEntry(image, EntryText("X", "0", "false")); }},
+    {"id-duplicate", [](const Image& image) { AddEntry(image, EntryText("X", "1", "false")); },
+     [](const Image& image) { AddEntry(image, EntryText("X", "01", "false")); }},
+
+    // Choice of file.
+    {"services-missing", [](const Image& image) { image.remove("/factory_setting"); },
+     [](const Image& image) {
+         image.rename("/factory_setting", "/elsewhere");
+         image.link("/factory_setting", "/elsewhere");
+     }},
+    {"program-missing", [](const Image& image) { AddEntry(image, EntryText("X", "3")); },
+     [](const Image& image) { AddEntry(image, EntryText("X", "3", "false")); }, "would be run"},
+    {"program-missing",
+     [](const Image& image) {
+         image.remove(Program);
+         image.write(std::string(Program) + "/file", "");
+     },
+     [](const Image& image) {
+         image.rename(Program, "/elsewhere");
+         image.link(Program, "/elsewhere");
+     },
+     "is a directory"},
+    {"program-ambiguous",
+     [](const Image& image) { image.write("/factory_setting/2_Modbus_loadservice", "#!/bin/sh\n"); },
+     [](const Image& image) { image.write("/factory_setting/2_Modbus_loadServices", "#!/bin/sh\n"); }},
+    {"program-case", [](const Image& image) { image.rename(Program, "/factory_setting/MODBUS_loadservice"); },
+     [](const Image& image) { image.rename(Program, "/factory_setting/MYBUS_loadservice"); }, "MODBUS_loadservice"},
+    {"program-shared", [](const Image& image) { AddEntry(image, EntryText("Mod", "3")); },
+     [](const Image& image) { AddEntry(image, EntryText("Mod", "3", "false")); }},
+    {"program-untaken", [](const Image& image) { image.addService("MQTT"); },
+     [](const Image& image) {
+         image.addService("MQTT");
+         AddEntry(image, EntryText("MQTT", "3", "false"));
+     }},
+    {"program-leftover",
+     [](const Image& image) { image.write("/factory_setting/Modbus_loadservice.dpkg-old", "#!/bin/sh\n"); },
+     [](const Image& image) { image.write("/factory_setting/Modbus.dpkg-old", "#!/bin/sh\n"); }},
+    {"program-leftover", [](const Image& image) { image.rename(Program, "/factory_setting/Modbus_loadservice~"); },
+     [](const Image& image) { image.rename(Program, "/factory_setting/Modbus~_loadservice"); }},
+    {"name-contained", [](const Image& image) { AddEntry(image, EntryText("ModbusTCP", "3", "false")); },
+     [](const Image& image) { AddEntry(image, EntryText("ModTCPbus", "3", "false")); }},
+
+    // Will it run.
+    {"not-executable", [](const Image& image) { image.setMode(Program, 0644); },
+     [](const Image& image) { image.setMode(Program, 0744); }},
+    {"not-a-program", [](const Image& image) { image.link(Program, "/bin"); },
+     [](const Image& image) { image.link(Program, "/bin/sh"); }},
+    {"link-dangling", [](const Image& image) { image.link(Program, "/opt/modbus"); },
+     [](const Image& image) {
+         image.link(Program, "/opt/modbus");
+         image.link("/opt/modbus", "../bin/sh");
+     }},
+    {"link-loop", [](const Image& image) { image.link(Program, "Modbus_loadservice"); },
+     [](const Image& image) { image.link(Program, "OPCUA_loadservice"); }},
+    {"file-empty", [](const Image& image) { image.write(Program, ""); },
+     [](const Image& image) { image.write(Program, "\n"); }},
+    {"interpreter-crlf", [](const Image& image) { image.write(Program, "#!/bin/sh\r\nexit\r\n"); },
+     [](const Image& image) { image.write(Program, "#!/bin/sh\nexit\r\n"); }},
+    {"interpreter-byte-order-mark", [](const Image& image) { image.write(Program, "\xEF\xBB\xBF#!/bin/sh\n"); },
+     [](const Image& image) { image.write(Program, "#!/bin/sh\n\xEF\xBB\xBF"); }},
+    {"interpreter-missing", [](const Image& image) { image.write(Program, "#!/bin/bash\n"); },
+     [](const Image& image) { image.write(Program, "#! /bin/sh -e\n"); }},
+    {"interpreter-missing", [](const Image& image) { image.write(Program, "#!/usr/bin/env python3\n"); },
+     [](const Image& image) { image.write(Program, "#!/usr/bin/env -S A=b sh\n"); }, "python3"},
+    {"elf-damaged", [](const Image& image) { image.write(Server, ServerProgram().bytes().substr(0, 100)); },
+     [](const Image& image) { image.write(Server, ServerProgram().bytes() + "more"); }},
+    {"elf-class",
+     [](const Image& image) {
+         ElfImage program;
+         program.is64 = false;
+         image.write(Server, program.bytes());
+     },
+     [](const Image& image) { image.write(Server, ElfImage().bytes()); }},
+    {"elf-machine",
+     [](const Image& image) {
+         ElfImage program;
+         program.machine = 40;
+         image.write(Server, program.bytes());
+     },
+     [](const Image& image) {
+         ElfImage program;
+         program.machine = 62;
+         image.write(Server, program.bytes());
+     },
+     "for ARM"},
+    {"elf-byte-order",
+     [](const Image& image) {
+         ElfImage program;
+         program.isLittle = false;
+         image.write(Server, program.bytes());
+     },
+     [](const Image& image) { image.write(Server, ElfImage().bytes()); }},
+    {"elf-interpreter-missing",
+     [](const Image& image) {
+         ElfImage program;
+         program.interpreter = "/lib/ld-musl.so";
+         image.write(Server, program.bytes());
+     },
+     [](const Image& image) {
+         ElfImage program;
+         program.interpreter = "/lib/ld-musl.so";
+         image.write(Server, program.bytes());
+         image.link("/lib/ld-musl.so", "libc.so");
+     }},
+    {"library-missing",
+     [](const Image& image) {
+         ElfImage program = ServerProgram();
+         program.needed.emplace_back("libmodbus.so.5");
+         image.write(Server, program.bytes());
+         ElfImage other;
+         other.machine = 40;
+         image.write("/usr/lib/libmodbus.so.5", other.bytes());
+     },
+     [](const Image& image) {
+         ElfImage program = ServerProgram();
+         program.needed.emplace_back("libmodbus.so.5");
+         image.write(Server, program.bytes());
+         image.write("/usr/lib/x86_64-linux-gnu/libmodbus.so.5", ElfImage().bytes());
+     },
+     "libmodbus.so.5"},
+    {"writable-by-others", [](const Image& image) { image.setMode(Program, 0775); },
+     [](const Image& image) { image.setMode(Program, 0755); }},
+    {"name-shell-characters",
+     [](const Image& image) { image.rename(Program, "/factory_setting/Modbus_loadservice;reboot"); },
+     [](const Image& image) { image.rename(Program, "/factory_setting/Modbus_loadservice-reboot"); }},
+    {"name-shell-characters", [](const Image& image) { image.rename(Program, "/factory_setting/-Modbus_loadservice"); },
+     [](const Image& image) { image.rename(Program, "/factory_setting/Modbus-_loadservice"); }, "'-'"},
+    {"command-too-long", [](const Image& image) { image.rename(Program, Program + std::string(29, 'x')); },
+     [](const Image& image) { image.rename(Program, Program + std::string(28, 'x')); }},
+
+    // Stop.
+    {"server-name-long",
+     [](const Image& image) {
+         image.addService("Modbus789");
+         image.configureEntries(EntryText("Modbus", "1"));
+         image.remove(Program);
+     },
+     [](const Image& image) {
+         image.addService("Modbus78");
+         image.configureEntries(EntryText("Modbus", "1"));
+         image.remove(Program);
+     },
+     "\"Modbus789_Serve\""},
+    {"server-name-shared",
+     [](const Image& image) {
+         image.rename("/factory_setting/OPCUA_loadservice", "/factory_setting/Modbus_OPCUA_load");
+         image.rename("/factory_setting/Modbus_OPCUA_load", "/factory_setting/Modbus_OPCUA_loadservice");
+         image.configureEntries(EntryText("s_loadservice", "1") + EntryText("OPCUA", "2"));
+     },
+     [](const Image& image) { AddEntry(image, EntryText("Mod", "3")); }},
+    {"server-missing", [](const Image& image) { image.remove(Server); },
+     [](const Image& image) { image.rename(Server, "/mnt/Modbus_Server"); }},
+    {"server-no-interpreter-line", [](const Image& image) { image.write(Server, "sleep 5\n"); },
+     [](const Image& image) { image.write(Server, "#!/bin/sh\nsleep 5\n"); }},
+    {"server-through-interpreter", [](const Image& image) { image.write(Server, "#!/usr/bin/env sh\n"); },
+     [](const Image& image) { image.write(Server, "#!/bin/busybox sh\n"); }, "env"},
+    {"server-through-interpreter",
+     [](const Image& image) { image.write(Program, "#!/bin/sh\npython3 -u /usr/sbin/Modbus_Server &\n"); },
+     [](const Image& image) {
+         image.write(Program, "#!/bin/sh\n# sh Modbus_Server\nnice /usr/sbin/Modbus_Server &\n");
+     }},
+    {"killall-missing", [](const Image& image) { image.remove("/usr/bin/killall"); },
+     [](const Image& image) { image.rename("/usr/bin/killall", "/bin/killall"); }},
+
+    // What was not looked at.
+    {"partial-tree",
+     [](const Image& image) {
+         image.remove("/bin");
+         image.remove("/usr/bin");
+     },
+     [](const Image& image) { image.remove("/usr/bin"); }},
+    {"not-looked-at",
+     [](const Image& image) {
+         std::string attributes;
+         for (int i = 0; i < 20000; ++i) {
+             attributes += " a" + std::to_string(i) + "=''";
+         }
+         image.configure("<a" + attributes + "/>");
+     },
+     [](const Image& image) { image.configure("<a b=''/>"); }},
+    {"findings-cut", [](const Image& image) { AddEntry(image, Repeated("<a/>\n", 3000)); },
+     [](const Image& image) { AddEntry(image, Repeated("<a/>\n", 100)); }},
+};
+
+std::string CaseName(const testing::TestParamInfo<RuleCase>& info) {
+    std::string name = info.param.rule;
+    for (char& c : name) {
+        c = c == '-' ? '_' : c;
+    }
+    return name + "_" + std::to_string(info.index);
+}
+
+class RulesTest : public testing::TestWithParam<RuleCase> {};
+
+} // namespace
+
+TEST(RulesTest, AnImageWithoutAFaultHasNoFinding) {
+    const CheckReport report = DeviceImage().check();
+
+    EXPECT_EQ(FindingsText(report), "");
+    EXPECT_EQ(report.exitStatus(), 0);
+}
+
+TEST(RulesTest, EveryRuleHasACaseAndATextAndIsFoundByItsId) {
+    std::set<std::string> tried;
+    for (const RuleCase& each : Cases) {
+        tried.insert(each.rule);
+    }
+    std::set<std::string> ids;
+    size_t count = 0;
+    const Rule* rules = AllRules(count);
+    for (size_t i = 0; i < count; ++i) {
+        EXPECT_TRUE(ids.insert(rules[i].id).second) << rules[i].id;
+        EXPECT_EQ(FindRule(rules[i].id), rules + i);
+        EXPECT_GT(std::string(rules[i].explanation).size(), 50U) << rules[i].id;
+    }
+    EXPECT_EQ(tried, ids);
+    EXPECT_EQ(FindRule("no-such-rule"), nullptr);
+}
+
+TEST_P(RulesTest, FiresOnItsFaultAndIsSilentOnItsTwin) {
+    const DeviceImage faulty;
+    GetParam().fault(faulty);
+    const DeviceImage right;
+    GetParam().twin(right);
+
+    const CheckReport found = faulty.check();
+    const CheckReport silent = right.check();
+
+    bool isTold = false;
+    for (const Finding& finding : found.findings.all()) {
+        isTold = isTold || (finding.rule == std::string(GetParam().rule) &&
+                            (finding.text.find(GetParam().inText) != std::string::npos ||
+                             std::string(GetParam().inText) == "not-well-formed"));
+    }
+    EXPECT_TRUE(isTold) << FindingsText(found);
+    EXPECT_FALSE(HasRule(silent, GetParam().rule)) << FindingsText(silent);
+}
+
+INSTANTIATE_TEST_SUITE_P(Table, RulesTest, testing::ValuesIn(Cases), CaseName);
