@@ -10,27 +10,38 @@
 
 namespace {
 
+/// Names of the service directory by which a protocol would be served if letter case did not matter.
 class NamesInLowerCase {
 public:
-    explicit NamesInLowerCase(const ServiceDirectory& services) : original(services.names) {
-        for (const std::string& name : original) {
-            lower.push_back(ToLower(name));
+    explicit NamesInLowerCase(const ServiceDirectory& services) {
+        for (const std::vector<std::string>* list : {&services.names, &services.otherCase}) {
+            for (const std::string& name : *list) {
+                std::string lower = ToLower(name);
+                // A "/" is in no name: "A" is not meant by the "a" of the keyword.
+                lower.replace(lower.find(LoadServiceKeyword), LoadServiceKeyword.size(), "/");
+                names.push_back({name, lower});
+            }
         }
     }
 
-    // The names that would serve a protocol if letter case did not matter.
-    void addOtherCase(const std::string& protocolName, PlanStep& step) const {
-        const std::string wanted = ToLower(protocolName);
-        for (size_t i = 0; i < lower.size() && step.passedOver.size() < PlanStep::MaxPassedOver; ++i) {
-            if (lower[i].find(wanted) != std::string::npos && !ServiceCommand::serves(original[i], protocolName)) {
-                step.passedOver.push_back({original[i], PassedOver::Reason::OtherCase});
+    void addTo(PlanStep& step) const {
+        const std::string wanted = ToLower(step.protocol);
+        for (const Name& name : names) {
+            if (step.passedOver.size() >= PlanStep::MaxPassedOver) {
+                return;
+            }
+            if (name.lower.find(wanted) != std::string::npos && !ServiceCommand::serves(name.original, step.protocol)) {
+                step.passedOver.push_back({name.original, PassedOver::Reason::OtherCase});
             }
         }
     }
 
 private:
-    const std::vector<std::string>& original;
-    std::vector<std::string> lower;
+    struct Name {
+        std::string original;
+        std::string lower;
+    };
+    std::vector<Name> names;
 };
 
 void AddPassedOver(const std::vector<std::string>& names, PassedOver::Reason reason, const std::string& protocolName,
@@ -63,7 +74,9 @@ PlanStep MakeStep(const ProtocolTypeInfo& record, const ServiceDirectory& servic
     step.isOpen = !step.passedOver.empty() && !services.hasTheDevicesOrder;
     AddPassedOver(services.directories, PassedOver::Reason::IsDirectory, step.protocol, step);
     AddPassedOver(services.hidden, PassedOver::Reason::IsHidden, step.protocol, step);
-    lower.addOtherCase(step.protocol, step);
+    if (step.file.empty()) {
+        lower.addTo(step);
+    }
     return step;
 }
 
@@ -97,14 +110,16 @@ ServiceDirectory ListServices(const DeviceRoot& root) {
     services.isThere = true;
     services.hasTheDevicesOrder = root.hasTheDevicesOrder(ServiceCommand::ServiceDir);
     for (std::string& name : listed) {
-        if (!ServiceCommand::serves(name, "")) {
+        const bool isNamed = ServiceCommand::serves(name, "");
+        std::vector<std::string>& list = isNamed ? services.names : services.otherCase;
+        if (!isNamed && ToLower(name).find(LoadServiceKeyword) == std::string::npos) {
             continue;
         }
-        if (services.names.size() == ServiceDirectory::MaxNames) {
+        if (list.size() < ServiceDirectory::MaxNames) {
+            list.push_back(std::move(name));
+        } else {
             services.isCut = true;
-            break;
         }
-        services.names.push_back(std::move(name));
     }
     std::vector<DeviceName> all;
     static_cast<void>(root.list(ServiceCommand::ServiceDir, ServiceDirectory::MaxEntries, all));

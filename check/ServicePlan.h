@@ -21,6 +21,7 @@ struct ServiceDirectory {
     bool hasTheDevicesOrder = false; ///< the order in which it was listed here is the one that the device will see
     /// What the launcher chooses from: its own listing, without the names that no protocol could take.
     std::vector<std::string> names;
+    std::vector<std::string> otherCase;   ///< with the keyword in another letter case
     std::vector<std::string> directories; ///< with the keyword, and passed over as directories
     std::vector<std::string> hidden;      ///< with the keyword, and passed over for the dot in front
 };

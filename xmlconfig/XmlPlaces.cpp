@@ -40,6 +40,21 @@ std::vector<XmlPlacedElement> PlacedChildren(const TiXmlNode& parent, int levels
     return placed;
 }
 
+/// @return the offset of a place that the library told, whose columns are characters in UTF-8 and else bytes.
+size_t OffsetOfPlace(const std::string& text, const XmlPlace& place, bool isUtf8) {
+    size_t at = 0;
+    for (int line = 1; line < place.line; ++line) {
+        at = std::min(text.find('\n', at), text.size() - 1) + 1;
+    }
+    for (int column = 1; column < place.column && at < text.size(); ++column) {
+        ++at;
+        while (isUtf8 && (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80U) { // a string's end is a zero byte
+            ++at;
+        }
+    }
+    return at;
+}
+
 /// One reading of a text. The document keeps the result.
 XmlPlacedText::State Read(TiXmlDocument& document, const char* workingText, TiXmlEncoding encoding,
                           XmlPlacedText& out) {
@@ -55,10 +70,17 @@ XmlPlacedText::State Read(TiXmlDocument& document, const char* workingText, TiXm
         return XmlPlacedText::State::WellFormed;
     }
     out.reason = document.ErrorDesc();
-    // The library gives no place, row 0, when the text ends too early.
-    out.endsEarly = document.ErrorRow() <= 0;
-    out.place = !out.endsEarly ? XmlPlace{document.ErrorRow(), std::max(document.ErrorCol(), 1)}
-                               : PlaceOfOffset(workingText, std::strlen(workingText));
+    const std::string text = workingText;
+    // The library gives no place, row 0, where the text ends between two tags; where it ends inside one, no ">" follows.
+    if (document.ErrorRow() <= 0) {
+        out.endsEarly = true;
+        out.place = PlaceOfOffset(text, text.size());
+    } else {
+        const bool isUtf8 =
+            encoding == TIXML_ENCODING_UTF8 || DetectEncoding(document, workingText) == TIXML_ENCODING_UTF8;
+        out.place = {document.ErrorRow(), document.ErrorCol()};
+        out.endsEarly = text.find('>', OffsetOfPlace(text, out.place, isUtf8)) == std::string::npos;
+    }
     return XmlPlacedText::State::NotWellFormed;
 }
 

@@ -43,7 +43,7 @@ struct XmlPlacedText {
 
     State state = State::NotWellFormed;
     std::string reason;           ///< TinyXML's own words
-    XmlPlace place;               ///< of the error; the end of the text where TinyXML names none
+    XmlPlace place;               ///< of the error; the end of the text where TinyXML tells none
     bool endsEarly = false;       ///< the error is that the text ends where it may not
     bool isUtf8 = false;          ///< whether it is read as UTF-8; as GB2312 otherwise
     bool hasDeclaration = false;  ///< on the top level

@@ -152,6 +152,8 @@ const std::vector<RuleCase> Cases = {
      [](const Image& image) { image.write("/factory_setting/2_Modbus_loadServices", "#!/bin/sh\n"); }},
     {"program-case", [](const Image& image) { image.rename(Program, "/factory_setting/MODBUS_loadservice"); },
      [](const Image& image) { image.rename(Program, "/factory_setting/MYBUS_loadservice"); }, "MODBUS_loadservice"},
+    {"program-case", [](const Image& image) { image.rename(Program, "/factory_setting/Modbus_LoadService"); },
+     [](const Image& image) { image.rename(Program, "/factory_setting/Modbus_Load_Service"); }, "Modbus_LoadService"},
     {"program-shared", [](const Image& image) { AddEntry(image, EntryText("Mod", "3")); },
      [](const Image& image) { AddEntry(image, EntryText("Mod", "3", "false")); }},
     {"program-untaken", [](const Image& image) { image.addService("MQTT"); },

@@ -78,6 +78,24 @@ TEST(XmlPlacesTest, ATextThatEndsTooEarlyHasItsErrorAtItsEnd) {
     EXPECT_EQ(At(text.place), "3:6");
 }
 
+TEST(XmlPlacesTest, ATextThatIsCutInsideATagEndsEarlyAndOneWithATagBehindTheErrorDoesNot) {
+    const std::string chinese = "<Configure name='\xE7\xBD\x91\xE5\x85\xB3'>";
+    for (const std::string& declaration : {Declaration, Gb2312Declaration}) {
+        for (const char* cut : {"<b", "<b c", "<b c='", "<b c='1' ", "</", "</Conf", "<!-- x", "<![CDATA[ x", "text"}) {
+            const XmlPlacedText text = ParseWithPlaces(declaration + chinese + cut);
+
+            EXPECT_EQ(text.state, State::NotWellFormed) << cut;
+            EXPECT_TRUE(text.endsEarly) << cut;
+        }
+        for (const char* wrong : {"</b>", "<b c></b></Configure>", "<b></c></b></Configure>"}) {
+            const XmlPlacedText text = ParseWithPlaces(declaration + chinese + wrong);
+
+            EXPECT_EQ(text.state, State::NotWellFormed) << wrong;
+            EXPECT_FALSE(text.endsEarly) << wrong;
+        }
+    }
+}
+
 TEST(XmlPlacesTest, TheDeclarationIsToldAndDecidesTheEncoding) {
     struct Case {
         std::string content;

@@ -1,0 +1,166 @@
+#include "check/ConfigurationReport.h"
+
+#include "tests/check/DeviceImage.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/Repeated.h"
+
+#include <gtest/gtest.h>
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <set>
+#include <string>
+
+namespace {
+
+using State = ConfigurationReport::State;
+
+constexpr const char* Path = DeviceImage::Working;
+
+ConfigurationReport Read(const DeviceImage& image) {
+    return ReadConfiguration(DeviceRoot(image.root()), Path, "working copy");
+}
+
+ConfigurationReport ReadText(const std::string& text) {
+    const DeviceImage image;
+    image.write(Path, text);
+    return Read(image);
+}
+
+std::string PlaceText(const ConfigurationReport& report) {
+    return std::to_string(report.place.line) + ":" + std::to_string(report.place.column);
+}
+
+const std::string Entries = EntryText("A", "1") + EntryText("B", "2", "false");
+
+} // namespace
+
+TEST(ConfigurationReportTest, AUsableFileHasTheLaunchersRecordsAndTheElementOfEach) {
+    const ConfigurationReport report = ReadText(ConfigurationText("<Other/>" + Entries + "<Last/>"));
+
+    EXPECT_EQ(report.state, State::Usable);
+    EXPECT_EQ(report.reason, "");
+    ASSERT_EQ(report.records.size(), 3U);
+    EXPECT_EQ(report.records[0].getProtocolName(), "A");
+    EXPECT_FALSE(report.records[1].isProtocolEnable());
+    EXPECT_EQ(report.entry(0).find("ProtocolName")->value, "A");
+    EXPECT_EQ(report.entry(2).name, "Last");
+    EXPECT_FALSE(report.inForce);
+}
+
+TEST(ConfigurationReportTest, WhatIsNoFileIsToldApart) {
+    const DeviceImage image;
+    image.remove(Path);
+    EXPECT_EQ(Read(image).state, State::Absent);
+
+    image.link(Path, "/nowhere");
+    EXPECT_EQ(Read(image).reason, "it is a link that leads to nothing");
+
+    image.link(Path, "protocolconfig.xml");
+    EXPECT_EQ(Read(image).reason, "it is a link that leads to itself");
+
+    image.remove(Path);
+    std::filesystem::create_directory(image.onHost(Path));
+    EXPECT_EQ(Read(image).reason, "it is a directory");
+
+    image.remove(Path);
+    ASSERT_EQ(mkfifo(image.onHost(Path).c_str(), 0644), 0);
+    EXPECT_EQ(Read(image).reason, "it is no regular file");
+    EXPECT_EQ(Read(image).state, State::NotAFile);
+
+    image.write(Path, "");
+    EXPECT_EQ(Read(image).state, State::Empty);
+}
+
+TEST(ConfigurationReportTest, AFileThatThisUserMayNotReadIsUnreadable) {
+    const DeviceImage image;
+    image.setMode("", 0755);
+    for (const char* closed : {"/mnt/mtd/code", Path}) {
+        image.setMode(closed, 0);
+        const ChildResult child = RunInChild([&image] {
+            if (geteuid() == 0) {
+                ASSERT_EQ(setuid(65534), 0); // root may read everything
+            }
+            static_cast<void>(std::printf("%s", StateName(Read(image).state)));
+        });
+        image.setMode(closed, 0755);
+
+        EXPECT_EQ(child.output, "unreadable") << closed;
+    }
+}
+
+TEST(ConfigurationReportTest, AFileTooLargeToLookAtIsNotRead) {
+    const DeviceImage image;
+    image.write(Path, "x");
+    std::filesystem::resize_file(image.onHost(Path), ConfigurationReport::MaxSize + 1);
+
+    EXPECT_EQ(Read(image).state, State::TooLarge);
+    EXPECT_TRUE(Read(image).content.empty());
+}
+
+TEST(ConfigurationReportTest, ATextThatIsRefusedHasTheReasonAndThePlace) {
+    struct Case {
+        std::string text;
+        State state;
+        std::string place;
+        std::string reason;
+    };
+    const std::string whole = ConfigurationText(Entries);
+    const auto withRoot = [](const std::string& root) { return "<?xml version=\"1.0\"?>\n" + root; };
+    for (const Case& each : {
+             Case{whole.substr(0, whole.size() - 20), State::Cut, "6:1", "the text ends too early: "},
+             Case{withRoot("<Configure name='a'><b></c></Configure>"), State::NotWellFormed, "2:24",
+                  "Error reading end tag."},
+             Case{Repeated("<a>", 5001), State::TooDeep, "1:1", "5000"},
+             Case{withRoot("<!-- -->"), State::WrongRoot, "1:1", "no root element"},
+             Case{withRoot("<Config name='a'/>"), State::WrongRoot, "2:1", "\"Config\", not \"Configure\""},
+             Case{withRoot("<Configure/>"), State::NamelessRoot, "2:1", "no attribute \"name\""},
+             Case{withRoot("<Configure name='a'/>"), State::NoSection, "2:1", "no section"},
+             Case{withRoot("<Configure name='a'><Configure name='b'/><x/></Configure>"), State::SearchEnded, "2:42",
+                  "\"x\""},
+             Case{withRoot("<Configure name='a'><x name='ProtocolConfig'/></Configure>"), State::NoSection, "2:1", ""},
+             Case{ConfigurationText("<x/>"), State::NoEntry, "3:1", "no \"ConfigItem\""},
+             Case{ConfigurationText(Repeated("<ConfigItem/>\n", 20096)), State::TooManyEntries, "20099:1", "20096"},
+             Case{"<?xml version=\"1.0\" encoding=\"gb2312\"?>\n<Configure name='\xFF'/>", State::Cut, "2:12", ""},
+         }) {
+        const ConfigurationReport report = ReadText(each.text);
+
+        EXPECT_EQ(StateName(report.state), std::string(StateName(each.state))) << report.reason;
+        EXPECT_EQ(PlaceText(report), each.place) << report.reason;
+        EXPECT_NE(report.reason.find(each.reason), std::string::npos) << report.reason;
+        EXPECT_TRUE(report.records.empty());
+    }
+}
+
+TEST(ConfigurationReportTest, EachStateHasAWordOfItsOwnButTheTwoThatWereNotLookedAt) {
+    std::set<std::string> words;
+    for (uint8_t state = 0; state <= static_cast<uint8_t>(State::TooManyEntries); ++state) {
+        words.insert(StateName(static_cast<State>(state)));
+    }
+    EXPECT_EQ(words.size(), static_cast<size_t>(State::TooManyEntries));
+}
+
+TEST(ConfigurationReportTest, TheFactoryCopyIsInForceBehindAWorkingCopyThatCannotBeUsed) {
+    const DeviceImage image;
+    EXPECT_EQ(image.check().inForce()->role, "working copy");
+
+    image.write(DeviceImage::Working, "x");
+    EXPECT_EQ(image.check().inForce()->role, "factory copy");
+
+    image.write(DeviceImage::Factory, "x");
+    EXPECT_EQ(image.check().inForce(), nullptr);
+}
+
+TEST(ConfigurationReportTest, BehindAWorkingCopyThatEndsTheLauncherNothingIsInForce) {
+    const DeviceImage image;
+    image.write(DeviceImage::Working, ConfigurationText(Repeated("<ConfigItem/>\n", 20096)));
+
+    const CheckReport report = image.check();
+
+    EXPECT_EQ(report.inForce(), nullptr);
+    EXPECT_TRUE(report.configurations[1].isUsable());
+    EXPECT_EQ(report.exitStatus(), 2);
+}

@@ -1,0 +1,129 @@
+#include "check/ElfFile.h"
+
+#include "tests/check/ElfImage.h"
+#include "tests/support/TemporaryDirectory.h"
+
+#include <gtest/gtest.h>
+
+#include <random>
+#include <string>
+
+using State = ElfFile::State;
+
+namespace {
+
+ElfImage Program() {
+    ElfImage program;
+    program.interpreter = "/lib/ld.so";
+    program.needed = {"liba.so", "libb.so.1"};
+    program.runPath = "/opt/lib:$ORIGIN";
+    return program;
+}
+
+} // namespace
+
+TEST(ElfFileTest, EveryClassAndByteOrderIsRead) {
+    for (const bool is64 : {false, true}) {
+        for (const bool isLittle : {false, true}) {
+            for (const bool isOld : {false, true}) {
+                ElfImage program = Program();
+                program.is64 = is64;
+                program.isLittle = isLittle;
+                program.hasOldRunPath = isOld;
+                program.machine = 0x1234;
+
+                const ElfFile file = ReadElfFile(program.bytes());
+
+                ASSERT_EQ(file.state, State::Read);
+                EXPECT_EQ(file.bits, is64 ? 64 : 32);
+                EXPECT_EQ(file.isLittleEndian, isLittle);
+                EXPECT_EQ(file.machine, 0x1234);
+                EXPECT_TRUE(file.isProgramOrLibrary);
+                EXPECT_EQ(file.interpreter, "/lib/ld.so");
+                EXPECT_EQ(file.needed, (std::vector<std::string>{"liba.so", "libb.so.1"}));
+                EXPECT_EQ(file.runPath, "/opt/lib:$ORIGIN");
+            }
+        }
+    }
+}
+
+TEST(ElfFileTest, ARealProgramIsRead) {
+    const ElfFile file = ReadElfFile(ReadWholeFile(WYVERN_CHECK_BINARY));
+
+    EXPECT_EQ(file.state, State::Read);
+    EXPECT_TRUE(file.isProgramOrLibrary);
+}
+
+TEST(ElfFileTest, WhatIsNoElfFileIsNone) {
+    for (const std::string& content : {std::string(), std::string("\x7F"),
+                                       std::string("\x7F"
+                                                   "EL"),
+                                       std::string("#!/bin/sh")}) {
+        EXPECT_EQ(ReadElfFile(content).state, State::NotElf);
+    }
+}
+
+TEST(ElfFileTest, AFileThatIsCutAnywhereIsDamagedAndReadWithoutAStepOutOfIt) {
+    const std::string whole = Program().bytes();
+    for (size_t size = 4; size < whole.size(); ++size) {
+        EXPECT_EQ(ReadElfFile(whole.substr(0, size)).state, State::Damaged) << size;
+    }
+}
+
+TEST(ElfFileTest, ObjectFilesAreNoPrograms) {
+    ElfImage object;
+    object.type = 1;
+
+    EXPECT_FALSE(ReadElfFile(object.bytes()).isProgramOrLibrary);
+    object.type = 2;
+    EXPECT_TRUE(ReadElfFile(object.bytes()).isProgramOrLibrary);
+}
+
+// Reproducible: the generator is the standard's. The sanitizers see what the expectations cannot.
+TEST(ElfFileTest, AFileOverwrittenAnywhereIsReadWithinItsBounds) {
+    std::mt19937 random(1);
+    for (const bool is64 : {false, true}) {
+        ElfImage program = Program();
+        program.is64 = is64;
+        const std::string whole = program.bytes();
+        for (size_t at = 4; at < whole.size(); ++at) {
+            for (const unsigned value : {0U, 1U, 0x7FU, 0x80U, 0xFFU, static_cast<unsigned>(random() & 0xFFU)}) {
+                std::string content = whole;
+                content[at] = static_cast<char>(value);
+                content[4 + random() % (whole.size() - 4)] = static_cast<char>(random() & 0xFFU);
+
+                const ElfFile file = ReadElfFile(content);
+
+                EXPECT_LE(file.needed.size(), 256U);
+                EXPECT_LE(file.interpreter.size(), content.size());
+            }
+        }
+    }
+}
+
+TEST(ElfFileTest, CountsBeyondWhatALinkerWritesAreCutAndBeyondTheFileAreDamage) {
+    ElfImage program;
+    program.needed.assign(5000, "a");
+    EXPECT_EQ(ReadElfFile(program.bytes()).needed.size(), 256U);
+
+    std::string manySegments = ElfImage().bytes();
+    manySegments[56] = manySegments[57] = '\xFF'; // e_phnum
+    EXPECT_EQ(ReadElfFile(manySegments).state, State::Damaged);
+
+    manySegments = ElfImage().bytes() + std::string(size_t{56} * 2000, '\0');
+    manySegments[56] = manySegments[57] = '\xFF';
+    EXPECT_EQ(ReadElfFile(manySegments).state, State::Read);
+}
+
+TEST(ElfFileTest, MachinesHaveNamesOrNumbers) {
+    EXPECT_EQ(ElfMachineName(3), "x86");
+    EXPECT_EQ(ElfMachineName(62), "x86-64");
+    EXPECT_EQ(ElfMachineName(40), "ARM");
+    EXPECT_EQ(ElfMachineName(183), "AArch64");
+    EXPECT_EQ(ElfMachineName(8), "MIPS");
+    EXPECT_EQ(ElfMachineName(20), "PowerPC");
+    EXPECT_EQ(ElfMachineName(21), "PowerPC64");
+    EXPECT_EQ(ElfMachineName(243), "RISC-V");
+    EXPECT_EQ(ElfMachineName(22), "S/390");
+    EXPECT_EQ(ElfMachineName(4660), "machine 4660");
+}
