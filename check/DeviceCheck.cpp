@@ -120,6 +120,10 @@ void CheckImage(const DeviceRoot& device, CheckReport& out) {
     if (!usable.empty()) {
         CheckUntaken(usable, services, out.findings);
     }
+    if (programs.hasGivenUp()) {
+        out.findings.add(out.root, {}, "not-looked-at",
+                         "the programs and libraries are more, or larger, than are looked at");
+    }
     CheckFallback(services, out);
 }
 

@@ -48,7 +48,7 @@ public:
     /// Links on the way to one file, as many as the kernel follows (path_resolution(7)).
     static constexpr int MaxLinks = 40;
     /// Directories that the way to one file may lead through, those of links and ".." counted each time.
-    static constexpr size_t MaxSteps = 10000;
+    static constexpr size_t MaxSteps = 1000;
 
     explicit DeviceRoot(const std::string& hostDirectory);
 

@@ -38,16 +38,6 @@ std::string WithOrigin(std::string directory, const std::string& origin) {
 
 } // namespace
 
-ElfFile ReadElfOf(const DeviceRoot& root, const std::string& path) {
-    std::string content;
-    const DeviceEntry entry = root.look(path);
-    if (entry.kind != DeviceEntry::Kind::File || entry.size > LibrarySearch::MaxFileSize ||
-        !root.read(path, LibrarySearch::MaxFileSize, content)) {
-        return {};
-    }
-    return ReadElfFile(content);
-}
-
 LibrarySearch::LibrarySearch(const DeviceRoot& deviceRoot) : root(deviceRoot) {
     readList("/etc/ld.so.conf", 0);
     std::vector<DeviceName> names;
@@ -106,21 +96,45 @@ void LibrarySearch::readList(const std::string& path, int depth) {
     }
 }
 
-bool LibrarySearch::matches(const std::string& path, const ElfFile& wanted, Library& out) {
+std::string LibrarySearch::realPath(const std::string& path) {
+    const auto at = realPaths.find(path);
+    if (at != realPaths.end()) {
+        return at->second;
+    }
+    if (realPaths.size() >= MaxLooks) {
+        givenUp = true;
+        return {};
+    }
     const DeviceEntry entry = root.look(path);
-    if (entry.kind != DeviceEntry::Kind::File) {
+    return realPaths[path] = entry.kind == DeviceEntry::Kind::File ? entry.path : std::string();
+}
+
+const ElfFile* LibrarySearch::read(const std::string& path) {
+    const std::string real = realPath(path);
+    const auto at = known.find(real);
+    if (at != known.end()) {
+        return &at->second;
+    }
+    const uint64_t size = real.empty() ? 0 : root.look(real).size;
+    std::string content;
+    if (size > MaxFileSize || size > bytesLeft) {
+        givenUp = true;
+        return nullptr;
+    }
+    if (real.empty() || !root.read(real, MaxFileSize, content)) {
+        return nullptr;
+    }
+    bytesLeft -= size;
+    return &(known[real] = ReadElfFile(content));
+}
+
+bool LibrarySearch::matches(const std::string& path, const ElfFile& wanted, Library& out) {
+    const ElfFile* file = read(path);
+    if (file == nullptr || file->state != ElfFile::State::Read || file->bits != wanted.bits ||
+        file->machine != wanted.machine || file->isLittleEndian != wanted.isLittleEndian) {
         return false;
     }
-    auto at = known.find(entry.path);
-    if (at == known.end()) {
-        at = known.emplace(entry.path, ReadElfOf(root, entry.path)).first;
-    }
-    const ElfFile& file = at->second;
-    if (file.state != ElfFile::State::Read || file.bits != wanted.bits || file.machine != wanted.machine ||
-        file.isLittleEndian != wanted.isLittleEndian) {
-        return false;
-    }
-    out = {entry.path, file};
+    out = {realPath(path), *file};
     return true;
 }
 
@@ -165,6 +179,9 @@ std::vector<LibrarySearch::Missing> LibrarySearch::missing(const std::string& pa
                 left.push_back(std::move(found));
             }
         }
+    }
+    if (givenUp) {
+        lacking.clear(); // what was not looked for is not missing
     }
     return lacking;
 }

@@ -13,17 +13,28 @@
 /// ld.so.conf.d and /etc/ld-musl-*.path, /lib, /usr/lib, the same with 64 and 32 behind, and the directories of Debian's
 /// kind in them (lib/arm-linux-gnueabihf). LD_LIBRARY_PATH of the device is not known here.
 ///
-/// Owns:    what it has read. Bounded: libraries, directories and sizes.
+/// Owns:    what it has read, each file once. Bounded: sizes, directories, libraries of a program, and all reading and
+///          looking together; beyond that it gives up (`hasGivenUp`).
 /// Fails:   throws only std::bad_alloc.
 /// Threads: one at a time per object.
 class LibrarySearch {
 public:
     /// A program or library larger than this is not looked into.
     static constexpr size_t MaxFileSize = size_t{64} << 20U;
+    /// Bytes of all programs and libraries that are read.
+    static constexpr uint64_t MaxBytes = uint64_t{1} << 30U;
+    /// Paths at which a library is looked for, all programs together.
+    static constexpr size_t MaxLooks = 20000;
     /// Libraries that one program may need, those of its libraries counted.
     static constexpr size_t MaxLibraries = 512;
 
     explicit LibrarySearch(const DeviceRoot& deviceRoot);
+
+    /// Reads a program's ELF headers. @return null for what cannot be read or is too large; valid as long as this object.
+    const ElfFile* read(const std::string& path);
+
+    /// @return whether something was left out because there was too much of it.
+    bool hasGivenUp() const noexcept { return givenUp; }
 
     /// A library that is needed and not there.
     struct Missing {
@@ -43,13 +54,14 @@ private:
 
     void addDirectory(const std::string& directory);
     void readList(const std::string& path, int depth);
+    std::string realPath(const std::string& path);
     bool matches(const std::string& path, const ElfFile& wanted, Library& out);
     Library find(const std::string& name, const std::string& neededBy, const ElfFile& by);
 
     const DeviceRoot& root;
     std::vector<std::string> directories;
-    std::map<std::string, ElfFile> known; ///< by path
+    std::map<std::string, std::string> realPaths; ///< by the path that was looked at; empty: no file is there
+    std::map<std::string, ElfFile> known;         ///< by the path without links
+    uint64_t bytesLeft = MaxBytes;
+    bool givenUp = false;
 };
-
-/// Reads a program's ELF headers. @return state `NotElf` for what cannot be read or is too large.
-ElfFile ReadElfOf(const DeviceRoot& root, const std::string& path);

@@ -30,10 +30,10 @@ ProgramRules::ProgramRules(const DeviceRoot& deviceRoot, FindingList& findingLis
       libraries(deviceRoot),
       isPartial(!IsDirectory(deviceRoot, "/bin") && !IsDirectory(deviceRoot, "/usr/bin")) {
     for (const char* path : SystemPrograms) {
-        const ElfFile file = ReadElfOf(root, path);
-        if (file.state == ElfFile::State::Read) {
+        const ElfFile* file = libraries.read(path);
+        if (file != nullptr && file->state == ElfFile::State::Read) {
             referencePath = path;
-            reference = file;
+            reference = *file;
             return;
         }
     }
@@ -55,6 +55,9 @@ std::string ProgramRules::findInPath(const std::string& name) const {
 }
 
 void ProgramRules::check(const std::string& path) {
+    if (!checked.insert(path).second) {
+        return;
+    }
     const DeviceEntry entry = root.look(path);
     switch (entry.kind) {
     case DeviceEntry::Kind::DanglingLink:
@@ -85,12 +88,12 @@ void ProgramRules::check(const std::string& path) {
         return;
     }
     std::string head;
-    if (entry.size > LibrarySearch::MaxFileSize || !root.read(path, InterpreterLine::KernelBuffer + 1, head)) {
-        add(path, "not-looked-at", "it cannot be read here, or is too large, so nothing is known of its content");
+    if (!root.read(path, InterpreterLine::KernelBuffer + 1, head)) {
+        add(path, "not-looked-at", "it cannot be read here, so nothing is known of its content");
         return;
     }
     checkScript(path, ReadInterpreterLine(head), 0);
-    checkElf(path, entry.path, ReadElfOf(root, path));
+    checkElf(path, entry.path);
 }
 
 void ProgramRules::checkScript(const std::string& path, const InterpreterLine& line, int depth) {
@@ -129,14 +132,16 @@ void ProgramRules::checkScript(const std::string& path, const InterpreterLine& l
         add(path, "interpreter-missing", "the interpreter \"" + program + "\" is not executable");
     } else if (depth + 1 < MaxInterpreters && root.read(entry.path, InterpreterLine::KernelBuffer + 1, head)) {
         checkScript(program, ReadInterpreterLine(head), depth + 1);
-        checkElf(program, entry.path, ReadElfOf(root, program));
+        checkElf(program, entry.path);
     }
 }
 
-void ProgramRules::checkElf(const std::string& path, const std::string& checkedPath, const ElfFile& file) {
-    if (file.state == ElfFile::State::NotElf) {
+void ProgramRules::checkElf(const std::string& path, const std::string& realPath) {
+    const ElfFile* read = libraries.read(realPath);
+    if (read == nullptr || read->state == ElfFile::State::NotElf) {
         return;
     }
+    const ElfFile& file = *read;
     if (file.state == ElfFile::State::Damaged || !file.isProgramOrLibrary) {
         add(path, "elf-damaged",
             "its ELF headers are no program's, or lead out of the file: it was cut or overwritten");
@@ -164,9 +169,9 @@ void ProgramRules::checkElf(const std::string& path, const std::string& checkedP
     if (!file.interpreter.empty() && root.look(file.interpreter).kind != DeviceEntry::Kind::File) {
         add(path, "elf-interpreter-missing", "its dynamic linker \"" + file.interpreter + "\" is not in the image");
     }
-    for (const LibrarySearch::Missing& missing : libraries.missing(checkedPath, file)) {
+    for (const LibrarySearch::Missing& missing : libraries.missing(realPath, file)) {
         add(path, "library-missing",
             "the library \"" + missing.library + "\" is not in the image" +
-                (missing.neededBy == checkedPath ? std::string() : ", needed by " + missing.neededBy));
+                (missing.neededBy == realPath ? std::string() : ", needed by " + missing.neededBy));
     }
 }

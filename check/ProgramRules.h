@@ -6,6 +6,7 @@
 #include "check/InterpreterLine.h"
 #include "check/LibrarySearch.h"
 
+#include <set>
 #include <string>
 
 /// Will it run: what the kernel, the shell and the dynamic linker of the device will say of a program, found out without
@@ -29,12 +30,15 @@ public:
     /// @param path on the device.
     void check(const std::string& path);
 
+    /// @return whether something was left out because there was too much of it.
+    bool hasGivenUp() const noexcept { return libraries.hasGivenUp(); }
+
     /// @return the device path of a program that a shell of the device would find by its name, empty for none.
     std::string findInPath(const std::string& name) const;
 
 private:
     void checkScript(const std::string& path, const InterpreterLine& line, int depth);
-    void checkElf(const std::string& path, const std::string& checkedPath, const ElfFile& file);
+    void checkElf(const std::string& path, const std::string& realPath);
     void add(const std::string& path, const char* rule, const std::string& text);
 
     const DeviceRoot& root;
@@ -43,4 +47,5 @@ private:
     bool isPartial;
     std::string referencePath; ///< a program of the system, by which the image's machine is known; empty for none
     ElfFile reference;
+    std::set<std::string> checked; ///< each path once, whatever configuration names it
 };

@@ -1,5 +1,6 @@
 #include "check/ServerSearch.h"
 
+#include <algorithm>
 #include <deque>
 
 namespace {
@@ -25,7 +26,8 @@ ServerSearch FindServers(const DeviceRoot& root, const std::set<std::string>& na
         for (const DeviceName& each : listed) {
             const std::string path = directory + "/" + each.name;
             if (each.isDirectory) {
-                if (LeftOut().count(path) == 0) {
+                const auto depth = static_cast<size_t>(std::count(path.begin(), path.end(), '/'));
+                if (depth < ServerSearch::MaxDepth && LeftOut().count(path) == 0) {
                     left.push_back(path);
                 }
             } else if (names.count(each.name) != 0) {

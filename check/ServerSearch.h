@@ -9,9 +9,11 @@
 
 /// Where in the image the servers are: files whose name is that of a server, found by walking over the tree.
 ///
-/// /dev, /proc and /sys are left out, and links to directories are not followed. At most `MaxEntries` are looked at.
+/// /dev, /proc and /sys are left out, and links to directories are not followed. At most `MaxEntries` are looked at, and
+/// nothing that stands deeper than `MaxDepth`.
 struct ServerSearch {
     static constexpr size_t MaxEntries = 200000;
+    static constexpr size_t MaxDepth = 32;
 
     std::map<std::string, std::string> found; ///< path on the device, by name; the first in the order of the walk
     bool isCut = false;                       ///< there was more to look at
