@@ -91,6 +91,11 @@ void CheckShared(const ConfigurationReport& report, const std::vector<PlanStep>&
     }
 }
 
+std::string ContainedText(const std::string& name, const std::string& other) {
+    return "protocol name \"" + name + "\" is contained in \"" + other +
+           "\": the start program of the one matches the other, too";
+}
+
 void CheckContained(const ConfigurationReport& report, FindingList& findings) {
     const size_t count = std::min(report.records.size(), MaxCompared);
     if (count < report.records.size()) {
@@ -102,9 +107,7 @@ void CheckContained(const ConfigurationReport& report, FindingList& findings) {
         for (size_t j = 0; j < count && !name.empty(); ++j) {
             const std::string& other = report.records[j].getProtocolName();
             if (name.size() < other.size() && other.find(name) != std::string::npos) {
-                findings.add(report.path, NamePlace(report, i), "name-contained",
-                             "protocol name \"" + name + "\" is contained in \"" + other +
-                                 "\": the start program of the one matches the other, too");
+                findings.add(report.path, NamePlace(report, i), "name-contained", ContainedText(name, other));
                 break;
             }
         }

@@ -94,79 +94,107 @@ FileDescriptor DeviceRoot::openDirectory(const std::vector<std::string>& names) 
     return directory;
 }
 
-DeviceRoot::Place DeviceRoot::resolve(const std::string& path) const {
-    Place place;
-    std::deque<std::string> left = Split(path);
-    std::vector<std::string> done;
-    FileDescriptor directory = openDirectory(done);
-    int links = 0;
-    size_t steps = 0;
-    while (!left.empty()) {
-        const std::string name = left.front();
-        left.pop_front();
-        if (name == "..") {
-            if (!done.empty()) {
-                done.pop_back();
+/// One walk along a path: what is left of it, and the directory that was reached.
+class DeviceRoot::Walk {
+public:
+    Walk(const DeviceRoot& deviceRoot, const std::string& path)
+        : root(deviceRoot), left(Split(path)), directory(root.openDirectory(done)) {}
+
+    Place toItsEnd() {
+        while (!left.empty()) {
+            const std::string name = left.front();
+            left.pop_front();
+            const bool goesOn = name == ".." ? stepUp() : stepTo(name);
+            if (!goesOn) {
+                return std::move(place);
             }
-            steps += done.size();
-            directory = openDirectory(done);
         }
+        struct stat status {};
+        if (fstat(directory.get(), &status) != 0) {
+            place.entry.kind = DeviceEntry::Kind::Unreachable;
+            return std::move(place);
+        }
+        arrive(status);
+        return std::move(place);
+    }
+
+private:
+    // Each returns false when the walk is over: at a file, or at what it cannot pass.
+    bool stop(DeviceEntry::Kind kind) {
+        place.entry.kind = kind;
+        return false;
+    }
+
+    bool stop(int error) { return stop(KindOfError(error, place.entry.isLink)); }
+
+    // At the root, ".." is the root.
+    bool stepUp() {
+        if (!done.empty()) {
+            done.pop_back();
+        }
+        steps += done.size() + 1;
+        directory = root.openDirectory(done);
+        return steps <= MaxSteps || stop(DeviceEntry::Kind::LinkLoop);
+    }
+
+    bool stepTo(const std::string& name) {
         if (++steps > MaxSteps) {
-            place.entry.kind = DeviceEntry::Kind::LinkLoop;
-            return place;
-        }
-        if (name == "..") {
-            continue;
+            return stop(DeviceEntry::Kind::LinkLoop);
         }
         struct stat status {};
         if (fstatat(directory.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
-            place.entry.kind = KindOfError(errno, place.entry.isLink);
-            return place;
+            return stop(errno);
         }
         if (S_ISLNK(status.st_mode)) {
-            const std::string target = LinkTarget(directory.get(), name);
-            if (links == 0 && left.empty()) {
-                place.entry.isLink = true;
-            }
-            if (++links > MaxLinks) {
-                place.entry.kind = DeviceEntry::Kind::LinkLoop;
-                return place;
-            }
-            if (!target.empty() && target.front() == '/') {
-                done.clear();
-                directory = openDirectory(done);
-            }
-            const std::deque<std::string> targetNames = Split(target);
-            left.insert(left.begin(), targetNames.begin(), targetNames.end());
-            continue;
+            return follow(LinkTarget(directory.get(), name));
         }
         done.push_back(name);
         if (!S_ISDIR(status.st_mode)) {
             if (!left.empty()) {
-                place.entry.kind = KindOfError(ENOTDIR, place.entry.isLink);
-                return place;
+                return stop(ENOTDIR);
             }
-            Describe(status, place.entry);
-            place.entry.path = Joined(done);
-            place.directory = std::move(directory);
+            arrive(status);
             place.name = name;
-            return place;
+            return false;
         }
         directory = FileDescriptor(openat(directory.get(), name.c_str(), DirectoryFlags));
-        if (directory.get() < 0) {
-            place.entry.kind = KindOfError(errno, place.entry.isLink);
-            return place;
+        return directory.get() >= 0 || stop(errno);
+    }
+
+    bool follow(const std::string& target) {
+        place.entry.isLink = place.entry.isLink || (links == 0 && left.empty());
+        if (++links > MaxLinks) {
+            return stop(DeviceEntry::Kind::LinkLoop);
         }
+        if (target.empty()) {
+            return stop(DeviceEntry::Kind::Unreachable); // LCOV_EXCL_LINE: the kernel makes no link without a target
+        }
+        if (target.front() == '/') {
+            done.clear();
+            directory = root.openDirectory(done);
+        }
+        const std::deque<std::string> names = Split(target);
+        left.insert(left.begin(), names.begin(), names.end());
+        return true;
     }
-    struct stat status {};
-    if (fstat(directory.get(), &status) != 0) {
-        place.entry.kind = DeviceEntry::Kind::Unreachable;
-        return place;
+
+    void arrive(const struct stat& status) {
+        Describe(status, place.entry);
+        place.entry.path = Joined(done);
+        place.directory = std::move(directory);
     }
-    Describe(status, place.entry);
-    place.entry.path = Joined(done);
-    place.directory = std::move(directory);
-    return place;
+
+    const DeviceRoot& root;
+    std::deque<std::string> left;  ///< names
+    std::vector<std::string> done; ///< names from the root to `directory`, or to the file
+    FileDescriptor directory;
+    int links = 0;
+    size_t steps = 0;
+    Place place;
+};
+
+DeviceRoot::Place DeviceRoot::resolve(const std::string& path) const {
+    return Walk(*this, path).toItsEnd();
 }
 
 DeviceEntry DeviceRoot::look(const std::string& path) const {
@@ -181,20 +209,15 @@ bool DeviceRoot::read(const std::string& path, size_t limit, std::string& out) c
     const FileDescriptor file(openat(place.directory.get(), place.name.c_str(), FileFlags));
     std::string content(std::min<uint64_t>(limit, place.entry.size), '\0');
     size_t done = 0;
-    while (done < content.size()) {
-        const ssize_t count = ::read(file.get(), content.data() + done, content.size() - done);
-        if (count < 0 && errno != EINTR) {
-            return false;
-        }
-        if (count == 0) {
-            break;
-        }
+    ssize_t count = 1;
+    while (count > 0 && done < content.size()) {
+        count = ::read(file.get(), content.data() + done, content.size() - done);
         done += count > 0 ? static_cast<size_t>(count) : 0;
     }
-    if (file.get() < 0) {
+    if (file.get() < 0 || count < 0) {
         return false;
     }
-    content.resize(done);
+    content.resize(done); // the file may have become shorter
     out = std::move(content);
     return true;
 }

@@ -75,6 +75,7 @@ public:
     bool hasTheDevicesOrder(const std::string& directory) const;
 
 private:
+    class Walk;
     struct Place;
     Place resolve(const std::string& path) const;
     FileDescriptor openDirectory(const std::vector<std::string>& names) const;

@@ -16,7 +16,7 @@ std::string EnvProgram(const std::string& argument) {
     size_t start = argument.find_first_not_of(Blanks);
     while (start != std::string::npos) {
         const size_t end = std::min(argument.find_first_of(Blanks, start), argument.size());
-        const std::string word = argument.substr(start, end - start);
+        std::string word = argument.substr(start, end - start);
         if (word.front() != '-' && word.find('=') == std::string::npos) {
             return word;
         }

@@ -144,16 +144,14 @@ LibrarySearch::Library LibrarySearch::find(const std::string& name, const std::s
         static_cast<void>(matches(name, by, found));
         return found;
     }
+    std::vector<std::string> places;
     for (const std::string& directory : SplitAt(by.runPath, ":")) {
-        if (matches(WithOrigin(directory, DirectoryOf(neededBy)) + "/" + name, by, found)) {
-            return found;
-        }
+        places.push_back(WithOrigin(directory, DirectoryOf(neededBy)));
     }
-    for (const std::string& directory : directories) {
-        if (matches(directory + "/" + name, by, found)) {
-            return found;
-        }
-    }
+    places.insert(places.end(), directories.begin(), directories.end());
+    static_cast<void>(std::any_of(places.begin(), places.end(), [&](std::string place) {
+        return matches(place.append("/").append(name), by, found);
+    }));
     return found;
 }
 

@@ -45,7 +45,7 @@ void ProgramRules::add(const std::string& path, const char* rule, const std::str
 
 std::string ProgramRules::findInPath(const std::string& name) const {
     for (const char* directory : PathDirectories) {
-        const std::string path = std::string(directory) + "/" + name;
+        std::string path = std::string(directory) + "/" + name;
         const DeviceEntry entry = root.look(path);
         if (entry.kind == DeviceEntry::Kind::File && (entry.mode & AnyExecute) != 0) {
             return path;

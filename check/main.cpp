@@ -17,7 +17,7 @@ constexpr int WrongUsage = 64;
 
 // https://no-color.org: any value but an empty one.
 bool WantsColour() {
-    const char* noColour = std::getenv("NO_COLOR");
+    const char* noColour = std::getenv("NO_COLOR"); // NOLINT(concurrency-mt-unsafe): there is one thread
     return isatty(STDOUT_FILENO) != 0 && (noColour == nullptr || *noColour == '\0');
 }
 

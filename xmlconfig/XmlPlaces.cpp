@@ -130,7 +130,7 @@ XmlPlace PlaceOfOffset(const std::string& text, size_t offset) {
 
 XmlPlacedText ParseWithPlaces(const std::string& content) {
     XmlPlacedText out;
-    std::string text = content.c_str(); // up to the first zero byte
+    std::string text = content.substr(0, content.find('\0'));
     const auto firstText = MakeWorkingText(text.c_str(), text.size());
     TiXmlDocument first;
     out.state = Read(first, firstText.get(), TIXML_ENCODING_UNKNOWN, out);
