@@ -21,8 +21,8 @@ constexpr std::array<const char*, 2> LeftoverParts = {".dpkg-", ".ucf-"};
 bool IsLeftover(const std::string& name) {
     return std::any_of(LeftoverEnds.begin(), LeftoverEnds.end(),
                        [&name](const std::string& end) {
-                           return name.size() >= end.size() &&
-                                  name.compare(name.size() - end.size(), std::string::npos, end) == 0;
+                           const size_t at = name.rfind(end);
+                           return at != std::string::npos && at + end.size() == name.size();
                        }) ||
            std::any_of(LeftoverParts.begin(), LeftoverParts.end(),
                        [&name](const char* part) { return name.find(part) != std::string::npos; });

@@ -272,7 +272,7 @@ private:
 void CheckConfiguration(const ConfigurationReport& report, FindingList& findings) {
     Check check(report, findings);
     check.checkState();
-    if (!report.content.empty() && report.state != State::TooLarge && report.state != State::TooMuch) {
+    if (!report.content.empty() && report.state != State::TooMuch) {
         check.checkEncoding();
         check.checkSections();
         check.checkEntries();

@@ -62,7 +62,7 @@ void ReadConfigurations(const CheckRequest& request, const DeviceRoot& device, C
 }
 
 void CheckFallback(const ServiceDirectory& services, CheckReport& out) {
-    if (out.configurations.size() != 2 || !out.configurations[0].isUsable() || !out.configurations[1].isUsable()) {
+    if (!out.configurations[0].isUsable() || !out.configurations[1].isUsable()) {
         return;
     }
     out.hasFallback = true;
@@ -90,7 +90,7 @@ std::set<std::string> ProgramsOf(const std::vector<PlanStep>& plan) {
     return files;
 }
 
-void CheckImage(const DeviceRoot& device, CheckReport& out) {
+void CheckImage(const DeviceRoot& device, size_t maxEntries, CheckReport& out) {
     out.services = ListServices(device);
     const ServiceDirectory& services = out.services;
     ProgramRules programs(device, out.findings);
@@ -115,7 +115,8 @@ void CheckImage(const DeviceRoot& device, CheckReport& out) {
             CheckName(device.onHost(ServiceCommand::ServiceDir + file), file, out.findings);
             programs.check(ServiceCommand::ServiceDir + file);
         }
-        CheckStop(device, report, MakePlan(report.records, services, ServiceCommand::StopMode), programs, out.findings);
+        CheckStop(device, report, MakePlan(report.records, services, ServiceCommand::StopMode), maxEntries, programs,
+                  out.findings);
     }
     if (!usable.empty()) {
         CheckUntaken(usable, services, out.findings);
@@ -150,7 +151,7 @@ bool CheckDevice(const CheckRequest& request, CheckReport& out) {
     }
     ReadConfigurations(request, device, out);
     if (!request.root.empty()) {
-        CheckImage(device, out);
+        CheckImage(device, request.maxEntries, out);
     }
     if (!request.planMode.empty() && out.inForce() != nullptr) {
         out.plan = MakePlan(out.inForce()->records, out.services,

@@ -1,6 +1,7 @@
 #pragma once
 
 #include "check/CheckReport.h"
+#include "check/ServerSearch.h"
 
 #include <string>
 
@@ -10,6 +11,7 @@ struct CheckRequest {
     std::string configuration; ///< a file of this machine that stands in for the working copy; empty: the image's own
     std::string planMode;      ///< "start", "stop" or empty
     bool strict = false;
+    size_t maxEntries = ServerSearch::MaxEntries; ///< of the tree that are looked at in search of servers
 };
 
 /// Checks a device's tree, or a configuration file alone. Runs nothing and writes nothing.

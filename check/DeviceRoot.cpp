@@ -49,7 +49,7 @@ std::string Joined(const std::vector<std::string>& names) {
 std::string LinkTarget(int directory, const std::string& name) {
     std::array<char, PATH_MAX> target{};
     const ssize_t length = readlinkat(directory, name.c_str(), target.data(), target.size());
-    return length <= 0 ? std::string() : std::string(target.data(), static_cast<size_t>(length));
+    return {target.data(), static_cast<size_t>(std::max<ssize_t>(length, 0))};
 }
 
 DeviceEntry::Kind KindOfError(int error, bool isLink) {
@@ -103,6 +103,9 @@ public:
     Place toItsEnd() {
         while (!left.empty()) {
             const std::string name = left.front();
+            const bool isOfThePath = left.size() == pathLeft;
+            isLast = isOfThePath && pathLeft == 1;
+            pathLeft -= isOfThePath ? 1 : 0;
             left.pop_front();
             const bool goesOn = name == ".." ? stepUp() : stepTo(name);
             if (!goesOn) {
@@ -162,14 +165,11 @@ private:
     }
 
     bool follow(const std::string& target) {
-        place.entry.isLink = place.entry.isLink || (links == 0 && left.empty());
+        place.entry.isLink = place.entry.isLink || isLast;
         if (++links > MaxLinks) {
             return stop(DeviceEntry::Kind::LinkLoop);
         }
-        if (target.empty()) {
-            return stop(DeviceEntry::Kind::Unreachable); // LCOV_EXCL_LINE: the kernel makes no link without a target
-        }
-        if (target.front() == '/') {
+        if (target.compare(0, 1, "/") == 0) {
             done.clear();
             directory = root.openDirectory(done);
         }
@@ -185,7 +185,9 @@ private:
     }
 
     const DeviceRoot& root;
-    std::deque<std::string> left;  ///< names
+    std::deque<std::string> left;  ///< names, those of a link's target in front of the path's own
+    size_t pathLeft = left.size(); ///< how many of them are the path's own
+    bool isLast = false;           ///< this step is to the last name of the path
     std::vector<std::string> done; ///< names from the root to `directory`, or to the file
     FileDescriptor directory;
     int links = 0;
@@ -254,6 +256,8 @@ bool DeviceRoot::hasTheDevicesOrder(const std::string& directory) const {
     }
     const Place place = resolve(directory);
     struct statfs status {};
-    return place.directory.get() >= 0 && fstatfs(place.directory.get(), &status) == 0 &&
-           std::find(DeviceKinds.begin(), DeviceKinds.end(), static_cast<uint64_t>(status.f_type)) != DeviceKinds.end();
+    if (fstatfs(place.directory.get(), &status) != 0) {
+        return false;
+    }
+    return std::find(DeviceKinds.begin(), DeviceKinds.end(), static_cast<uint64_t>(status.f_type)) != DeviceKinds.end();
 }

@@ -86,7 +86,7 @@ std::vector<Segment> ReadSegments(Bytes& bytes) {
     std::vector<Segment> segments;
     for (uint64_t i = 0; i < std::min<uint64_t>(count, MaxSegments) && !bytes.isDamaged(); ++i) {
         const uint64_t base = start + i * entrySize;
-        if (base < start || base > bytes.content.size()) {
+        if (base > bytes.content.size()) {                            // never wraps: the first lies in the file
             static_cast<void>(bytes.number(bytes.content.size(), 1)); // marks the damage
             break;
         }

@@ -10,7 +10,7 @@ const char* SeverityName(Severity severity) noexcept {
         return "note";
     case Severity::Warning:
         return "warning";
-    case Severity::Error:
+    default:
         break;
     }
     return "error";

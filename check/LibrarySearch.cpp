@@ -163,7 +163,8 @@ std::vector<LibrarySearch::Missing> LibrarySearch::missing(const std::string& pa
         const Library by = std::move(left.front());
         left.pop_front();
         for (const std::string& name : by.file.needed) {
-            if (seen.size() >= MaxLibraries || !seen.insert(name).second) {
+            givenUp = givenUp || seen.size() >= MaxLibraries;
+            if (givenUp || !seen.insert(name).second) {
                 continue;
             }
             Library found = find(name, by.path, by.file);

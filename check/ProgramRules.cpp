@@ -74,7 +74,7 @@ void ProgramRules::check(const std::string& path) {
     case DeviceEntry::Kind::Other:
         add(path, "not-a-program", "this is no regular file and cannot be run");
         return;
-    case DeviceEntry::Kind::File:
+    default:
         break;
     }
     if ((entry.mode & AnyExecute) == 0) {

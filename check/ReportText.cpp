@@ -15,7 +15,7 @@ const char* ColourOf(Severity severity) {
         return Cyan;
     case Severity::Warning:
         return Yellow;
-    case Severity::Error:
+    default:
         break;
     }
     return Red;

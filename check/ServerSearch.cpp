@@ -12,7 +12,7 @@ const std::set<std::string>& LeftOut() {
 
 } // namespace
 
-ServerSearch FindServers(const DeviceRoot& root, const std::set<std::string>& names) {
+ServerSearch FindServers(const DeviceRoot& root, const std::set<std::string>& names, size_t maxEntries) {
     ServerSearch search;
     std::deque<std::string> left = {""};
     size_t entries = 0;
@@ -20,9 +20,9 @@ ServerSearch FindServers(const DeviceRoot& root, const std::set<std::string>& na
         const std::string directory = left.front();
         left.pop_front();
         std::vector<DeviceName> listed;
-        static_cast<void>(root.list(directory, ServerSearch::MaxEntries - entries + 1, listed));
+        static_cast<void>(root.list(directory, maxEntries - entries + 1, listed));
         entries += listed.size();
-        search.isCut = entries > ServerSearch::MaxEntries;
+        search.isCut = entries > maxEntries;
         for (const DeviceName& each : listed) {
             const std::string path = directory + "/" + each.name;
             if (each.isDirectory) {

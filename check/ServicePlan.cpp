@@ -24,13 +24,14 @@ public:
         }
     }
 
+    // Only for a step without a file: no name serves the protocol as it is.
     void addTo(PlanStep& step) const {
         const std::string wanted = ToLower(step.protocol);
         for (const Name& name : names) {
             if (step.passedOver.size() >= PlanStep::MaxPassedOver) {
                 return;
             }
-            if (name.lower.find(wanted) != std::string::npos && !ServiceCommand::serves(name.original, step.protocol)) {
+            if (name.lower.find(wanted) != std::string::npos) {
                 step.passedOver.push_back({name.original, PassedOver::Reason::OtherCase});
             }
         }
@@ -141,7 +142,7 @@ const char* ReasonText(PassedOver::Reason reason) noexcept {
         return "is a directory";
     case PassedOver::Reason::IsHidden:
         return "begins with a dot";
-    case PassedOver::Reason::OtherCase:
+    default:
         break;
     }
     return "differs in letter case";
@@ -153,7 +154,7 @@ std::string PlanStep::reason() const {
         return "disabled";
     case Action::SkipTooLong:
         return "the command has more than " + std::to_string(ServiceCommand::BufferSize - 1) + " bytes";
-    case Action::Run:
+    default:
         break;
     }
     if (file.empty()) {

@@ -17,10 +17,11 @@ constexpr size_t KernelName = 15;
 // A start script larger than this is not read for how it starts its server.
 constexpr size_t MaxScript = 65536;
 
-// Programs that run a script given as their argument, by the beginning of their names.
-constexpr std::array<const char*, 12> Interpreters = {"sh",   "bash", "dash", "ash", "zsh",  "ksh",
-                                                      "perl", "lua",  "node", "php", "ruby", "ld-"};
-constexpr const char* Python = "python";
+// Programs that run a script, or a program, given as their argument.
+constexpr std::array<const char*, 11> Interpreters = {"sh",   "bash", "dash", "ash", "zsh", "ksh",
+                                                      "perl", "lua",  "node", "php", "ruby"};
+constexpr const char* Python = "python";     // and a version
+constexpr const char* DynamicLinker = "ld-"; // and the rest of its name
 
 std::string FileName(const std::string& path) {
     return path.substr(path.find_last_of('/') + 1);
@@ -28,7 +29,7 @@ std::string FileName(const std::string& path) {
 
 bool IsInterpreter(const std::string& word) {
     const std::string name = FileName(word);
-    return name.rfind(Python, 0) == 0 || name.rfind("ld-", 0) == 0 ||
+    return name.rfind(Python, 0) == 0 || name.rfind(DynamicLinker, 0) == 0 ||
            std::find(Interpreters.begin(), Interpreters.end(), name) != Interpreters.end();
 }
 
@@ -103,12 +104,12 @@ public:
         }
     }
 
-    void checkServers() {
+    void checkServers(size_t maxEntries) {
         std::set<std::string> names;
         for (const Server& server : servers) {
             names.insert(server.name);
         }
-        const ServerSearch search = FindServers(root, names);
+        const ServerSearch search = FindServers(root, names, maxEntries);
         for (const Server& server : servers) {
             const auto found = search.found.find(server.name);
             if (found != search.found.end()) {
@@ -116,8 +117,8 @@ public:
                 checkFound(found->second);
             } else if (search.isCut) {
                 findings.add(report.path, server.place, "not-looked-at",
-                             "the server \"" + server.name + "\" is not among the first " +
-                                 std::to_string(ServerSearch::MaxEntries) + " files of the image");
+                             "the server \"" + server.name + "\" is not among the first " + std::to_string(maxEntries) +
+                                 " files of the image");
             } else {
                 findings.add(report.path, server.place, "server-missing",
                              "no file of the image is called \"" + server.name + "\", by which protocol \"" +
@@ -195,11 +196,11 @@ bool StartsThroughInterpreter(const std::string& script, const std::string& serv
 }
 
 void CheckStop(const DeviceRoot& root, const ConfigurationReport& report, const std::vector<PlanStep>& plan,
-               ProgramRules& programs, FindingList& findings) {
+               size_t maxEntries, ProgramRules& programs, FindingList& findings) {
     Check check(root, report, programs, findings);
     check.collect(plan);
     check.checkNames();
-    check.checkServers();
+    check.checkServers(maxEntries);
     if (!programs.isPartialTree() && programs.findInPath("killall").empty()) {
         findings.add(root.onHost("/usr/bin/killall"), {}, "killall-missing",
                      "there is no killall in the directories for programs: nothing can be stopped");

@@ -12,9 +12,10 @@
 /// BusyBox 1.35 did in a test (tests/check/KillallTest.cpp).
 ///
 /// @param plan the stop plan of the report's records.
+/// @param maxEntries of the tree that are looked at in search of servers.
 /// @param programs looks at the servers that are found.
 void CheckStop(const DeviceRoot& root, const ConfigurationReport& report, const std::vector<PlanStep>& plan,
-               ProgramRules& programs, FindingList& findings);
+               size_t maxEntries, ProgramRules& programs, FindingList& findings);
 
 /// @return whether a start script starts a server through an interpreter: "sh .../X_Server", "python3 X_Server". The
 ///         process bears the interpreter's name then.

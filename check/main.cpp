@@ -14,6 +14,8 @@ namespace {
 
 // sysexits.h has this number for wrong usage.
 constexpr int WrongUsage = 64;
+// As for errors that were found.
+constexpr int NotPrinted = 2;
 
 // https://no-color.org: any value but an empty one.
 bool WantsColour() {
@@ -28,10 +30,16 @@ std::string Print(const CheckReport& report, const CommandLine& line) {
         return ReportAsTable(report, style);
     case CommandLine::Format::Json:
         return ReportAsJson(report, style);
-    case CommandLine::Format::Text:
+    default:
         break;
     }
     return ReportAsText(report, style);
+}
+
+// What could not be printed must not pass for clean.
+int PrintAndEnd(const std::string& text, int status) {
+    const bool isPrinted = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
+    return isPrinted ? status : NotPrinted;
 }
 
 int Refuse(const std::string& text) {
@@ -47,14 +55,11 @@ int main(int argc, char** argv) {
         return Refuse(line.text);
     }
     if (line.action == CommandLine::Action::Print) {
-        return std::fputs(line.text.c_str(), stdout) < 0 ? WrongUsage : 0;
+        return PrintAndEnd(line.text, 0);
     }
     CheckReport report;
     if (!CheckDevice(line.request, report)) {
         return Refuse("wyvern-check: " + line.request.root + ": cannot be opened as a directory\n");
     }
-    const std::string text = Print(report, line);
-    const bool isPrinted = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
-    // What could not be printed must not pass for clean.
-    return isPrinted ? report.exitStatus() : 2;
+    return PrintAndEnd(Print(report, line), report.exitStatus());
 }

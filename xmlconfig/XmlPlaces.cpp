@@ -46,9 +46,13 @@ size_t OffsetOfPlace(const std::string& text, const XmlPlace& place, bool isUtf8
     for (int line = 1; line < place.line; ++line) {
         at = std::min(text.find('\n', at), text.size() - 1) + 1;
     }
-    for (int column = 1; column < place.column && at < text.size(); ++column) {
+    // A string's end is a zero byte.
+    const auto continues = [&text](size_t i) {
+        return (static_cast<unsigned char>(text[std::min(i, text.size())]) & 0xC0U) == 0x80U;
+    };
+    for (int column = 1; column < place.column; ++column) {
         ++at;
-        while (isUtf8 && (static_cast<unsigned char>(text[at]) & 0xC0U) == 0x80U) { // a string's end is a zero byte
+        while (isUtf8 && continues(at)) {
             ++at;
         }
     }

@@ -1,13 +1,17 @@
 #include "check/DeviceRoot.h"
 
+#include "tests/support/ChildProcess.h"
 #include "tests/support/Repeated.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
+#include <sys/resource.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
 #include <algorithm>
+#include <cstdio>
 #include <filesystem>
 #include <string>
 #include <vector>
@@ -119,6 +123,51 @@ TEST_F(DeviceRootTest, AsManyLinksAreFollowedAsTheKernelDoesAndNotMore) {
 TEST_F(DeviceRootTest, AWayThatIsMadeLongOnPurposeIsGivenUp) {
     EXPECT_EQ(root.look(Repeated("/etc/..", 300) + "/etc/file").kind, Kind::File);
     EXPECT_EQ(root.look(Repeated("/etc/..", 600) + "/etc/file").kind, Kind::LinkLoop);
+}
+
+TEST_F(DeviceRootTest, ALinkBehindALinkedDirectoryIsALinkOfItsOwn) {
+    link("/dir", "/etc");
+    link("/etc/dangling", "nowhere");
+    link("/etc/good", "file");
+
+    EXPECT_EQ(root.look("/dir/dangling").kind, Kind::DanglingLink);
+    EXPECT_TRUE(root.look("/dir/good").isLink);
+    EXPECT_EQ(root.look("/dangling/..").kind, Kind::Missing);
+    EXPECT_EQ(root.look("/dir/dangling/more").kind, Kind::Missing);
+    EXPECT_EQ(root.look(Repeated("/..", 1100)).kind, Kind::LinkLoop);
+}
+
+// Descriptors run out at one more place each time: nothing is taken for what it is not, and all works in the end.
+TEST_F(DeviceRootTest, WithoutAFreeDescriptorEverythingIsUnreachable) {
+    link("/link", "/etc/file");
+    const ChildResult child = RunInChild([this] {
+        rlimit before = {};
+        static_cast<void>(getrlimit(RLIMIT_NOFILE, &before));
+        int wrong = 0;
+        for (rlim_t more = 0; more < 10; ++more) {
+            const int free = dup(STDIN_FILENO);
+            static_cast<void>(close(free));
+            const rlimit limit = {static_cast<rlim_t>(free) + more, before.rlim_max};
+            static_cast<void>(setrlimit(RLIMIT_NOFILE, &limit));
+            std::string text;
+            std::vector<DeviceName> names;
+            const Kind kind = root.look("/link").kind;
+            const bool isRead = root.read("/link", 10, text);
+            const bool isListed = root.list("/etc", 10, names);
+            const bool isOrdered = root.hasTheDevicesOrder("/etc");
+            // The sanitizers look at memory through a pipe of their own.
+            static_cast<void>(setrlimit(RLIMIT_NOFILE, &before));
+            const bool isAll = kind == Kind::File && isRead && isListed;
+            wrong += (kind == Kind::File || kind == Kind::Unreachable) && isRead == (text == "content") &&
+                             isListed == (names.size() == 1) && !isOrdered && (more > 0 || kind != Kind::File) &&
+                             (more < 9 || isAll)
+                         ? 0
+                         : 1;
+        }
+        static_cast<void>(std::printf("%d", wrong));
+    });
+
+    EXPECT_EQ(child.output, "0");
 }
 
 TEST_F(DeviceRootTest, ADirectoryIsListedWithHiddenNamesUpToALimit) {

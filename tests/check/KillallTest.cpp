@@ -68,8 +68,9 @@ TEST(KillallTest, TheRealKillallsFindServersAsTheRulesSay) {
 }
 
 TEST(KillallTest, AnInterpreterBeforeAServerIsSeenInAStartScript) {
-    for (const char* line : {"sh /usr/sbin/A_Server", "/usr/bin/python3 -u A_Server &", "exec busybox sh ./A_Server",
-                             "true; bash -x -e A_Server", "\tperl \"/opt/A_Server\""}) {
+    for (const char* line :
+         {"sh /usr/sbin/A_Server", "/usr/bin/python3 -u A_Server &", "exec busybox sh ./A_Server",
+          "true; bash -x -e A_Server", "\tperl \"/opt/A_Server\"", "/lib/ld-linux.so.2 /usr/sbin/A_Server"}) {
         EXPECT_TRUE(StartsThroughInterpreter("#!/bin/sh\n" + std::string(line) + "\n", "A_Server")) << line;
     }
     for (const char* line : {"/usr/sbin/A_Server &", "# sh A_Server", "sh -c /usr/sbin/A_Server", "nohup A_Server",

@@ -129,6 +129,39 @@ TEST_F(LibrarySearchTest, WhatIsTooMuchIsGivenUpAndNotCalledMissing) {
     EXPECT_TRUE(search.hasGivenUp());
 }
 
+TEST_F(LibrarySearchTest, MoreLibrariesThanAProgramNeedsAreGivenUp) {
+    std::vector<std::string> first;
+    for (const char* front : {"a", "b", "c"}) {
+        std::vector<std::string> more;
+        for (int i = 0; i < 250; ++i) {
+            more.push_back(front + std::to_string(i));
+        }
+        add("/lib/" + std::string(front), Needing(more));
+        first.emplace_back(front);
+    }
+    add("/opt/bin/program", Needing(first));
+    const DeviceRoot root(directory.path());
+    LibrarySearch search(root);
+
+    EXPECT_TRUE(search.missing("/opt/bin/program", *search.read("/opt/bin/program")).empty());
+    EXPECT_TRUE(search.hasGivenUp());
+}
+
+TEST_F(LibrarySearchTest, AllReadingTogetherEndsAtALimit) {
+    const DeviceRoot root(directory.path());
+    LibrarySearch search(root);
+    size_t count = 0;
+    for (; count < 100 && !search.hasGivenUp(); ++count) {
+        const std::string path = "/opt/" + std::to_string(count);
+        write(path, "x");
+        fs::resize_file(directory / path, LibrarySearch::MaxFileSize);
+        static_cast<void>(search.read(path));
+    }
+
+    EXPECT_EQ(count, LibrarySearch::MaxBytes / LibrarySearch::MaxFileSize + 1);
+    EXPECT_NE(search.read("/opt/0"), nullptr);
+}
+
 TEST_F(LibrarySearchTest, AProgramThatIsTooLargeIsNotRead) {
     add("/opt/a");
     fs::resize_file(directory / "/opt/a", LibrarySearch::MaxFileSize + 1);

@@ -2,12 +2,15 @@
 
 #include "tests/check/DeviceImage.h"
 #include "tests/check/ElfImage.h"
-#include "tests/support/Repeated.h"
+#include "tests/support/ChildProcess.h"
 
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
 
+#include <unistd.h>
+
+#include <cstdio>
 #include <filesystem>
 #include <string>
 
@@ -121,6 +124,48 @@ TEST(ProgramRulesTest, NamesWithControlCharactersAreToldWithoutThem) {
     }
     image.write("/factory_setting/Modbus_loadservice 3", "#!/bin/sh\n");
     ExpectRule(image, "name-shell-characters", "a blank");
+}
+
+TEST(ProgramRulesTest, WhatThisUserMayNotReadIsSaidToBeLeftOut) {
+    const DeviceImage image;
+    image.setMode("", 0755);
+    image.write("/factory_setting/OPCUA_loadservice", "#!/opt/interpreter\n");
+    image.write("/opt/interpreter", "#!/bin/sh\n", 0111);
+    image.setMode(Program, 0111);
+    image.setMode("/usr/sbin/Modbus_Server", 0111);
+    image.setMode("/lib/libc.so", 0);
+    const auto checkAsAnyone = [&image] {
+        return RunInChild([&image] {
+            if (geteuid() == 0 && setuid(65534) != 0) {
+                _exit(1);
+            }
+            static_cast<void>(std::printf("%s", FindingsText(image.check()).c_str()));
+        });
+    };
+
+    const ChildResult closed = checkAsAnyone();
+    image.setMode("/factory_setting", 0311);
+    const ChildResult unlisted = checkAsAnyone();
+    image.setMode("/factory_setting", 0755);
+
+    EXPECT_NE(closed.output.find("Modbus_loadservice:1:1: warning: not-looked-at"), std::string::npos) << closed.output;
+    EXPECT_NE(closed.output.find("Modbus_Server:1:1: warning: not-looked-at"), std::string::npos);
+    EXPECT_NE(closed.output.find("\"libc.so\" is not in the image"), std::string::npos);
+    EXPECT_EQ(closed.output.find("interpreter-missing"), std::string::npos);
+    EXPECT_NE(unlisted.output.find("services-missing"), std::string::npos) << unlisted.output;
+}
+
+TEST(ProgramRulesTest, AServerThatIsNotAmongTheEntriesLookedAtIsNotCalledMissing) {
+    const DeviceImage image;
+    CheckRequest request;
+    request.root = image.root();
+    request.maxEntries = 3;
+    CheckReport report;
+
+    ASSERT_TRUE(CheckDevice(request, report));
+
+    EXPECT_FALSE(HasRule(report, "server-missing"));
+    EXPECT_NE(FindingsText(report).find("is not among the first 3 files"), std::string::npos) << FindingsText(report);
 }
 
 TEST(ProgramRulesTest, AServerIsFoundWhereverItStandsButInTheKernelsDirectories) {

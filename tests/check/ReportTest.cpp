@@ -89,6 +89,17 @@ TEST_F(ReportTest, TheTextTellsWhyAndWhereAConfigurationCannotBeUsed) {
     EXPECT_NE(text.find("protocolconfig.xml: cannot be used: 2:1: its root element is \"Config\", not \"Configure\"\n"),
               std::string::npos);
     EXPECT_NE(text.find("protocolconfig.xml: cannot be used: there is no such file\n"), std::string::npos);
+
+    image.write(DeviceImage::Working, "\n<a>");
+    EXPECT_NE(ReportAsText(image.check("start"), {}).find("cannot be used: 2:4: the text ends too early: "),
+              std::string::npos);
+}
+
+TEST_F(ReportTest, WhereTheOrderIsKnownTheOthersAreNotOpen) {
+    report.plan[0].isOpen = false;
+
+    EXPECT_NE(ReportAsText(report, {}).find("\n      not Modbus_loadservice: stands behind it in the directory\n"),
+              std::string::npos);
 }
 
 TEST_F(ReportTest, TheTextIsColouredBySeverityWhereThatIsAskedFor) {

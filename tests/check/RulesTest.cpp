@@ -6,6 +6,7 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <ostream>
 #include <set>
 #include <string>
@@ -112,6 +113,15 @@ const std::vector<RuleCase> Cases = {
     {"attribute-unknown",
      [](const Image& image) { Rewrite(image, "ProtocolName=\"Modbus\"", "protocolname=\"Modbus\""); },
      [](const Image& image) { image.configureEntries(TwoEntries); }, "\"ProtocolName\" meant"},
+    {"attribute-unknown",
+     [](const Image& image) {
+         image.configure(Replaced(ConfigurationText(TwoEntries), "<Configure name=\"P",
+                                  "<Configure Name=\"x\" y=\"\"/>\n<Configure name=\"P"));
+     },
+     [](const Image& image) {
+         image.configure(Replaced(ConfigurationText(TwoEntries), "</Configure>", "</Configure>\n<x Name=\"x\"/>"));
+     },
+     "was \"name\" meant"},
     {"attribute-unknown", [](const Image& image) { Rewrite(image, "/>", " Comment=\"\"/>"); },
      [](const Image& image) { Rewrite(image, "/>", "><x Comment=\"\"/></ConfigItem>"); }, "is ignored"},
     {"enable-value", [](const Image& image) { AddEntry(image, EntryText("X", "3", "yes")); },
@@ -120,6 +130,15 @@ const std::vector<RuleCase> Cases = {
      [](const Image& image) { Rewrite(image, "ProtocolType=\"1\"", "ProtocolType=\"-12\""); }},
     {"type-value", [](const Image& image) { Rewrite(image, "ProtocolType=\"1\"", "ProtocolType=\"2147483648\""); },
      [](const Image& image) { Rewrite(image, "ProtocolType=\"1\"", "ProtocolType=\"2147483647\""); }, "32 bits"},
+    {"type-value",
+     [](const Image& image) { Rewrite(image, "ProtocolType=\"1\"", "ProtocolType=\"99999999999999999999\""); },
+     [](const Image& image) { Rewrite(image, "ProtocolType=\"1\"", "ProtocolType=\"+1\""); }, "32 bits"},
+    {"type-value", [](const Image& image) { Rewrite(image, "ProtocolType=\"1\"", "ProtocolType=\"-2147483649\""); },
+     [](const Image& image) { Rewrite(image, "ProtocolType=\"1\"", "ProtocolType=\"-2147483648\""); }, "32 bits"},
+    {"type-value", [](const Image& image) { Rewrite(image, "ProtocolType=\"1\"", "ProtocolType=\"abc\""); },
+     [](const Image& image) { Rewrite(image, "ProtocolType=\"1\"", "ProtocolType=\"0\""); }},
+    {"type-value", [](const Image& image) { Rewrite(image, "ProtocolType=\"1\"", "ProtocolType=\" 1\""); },
+     [](const Image& image) { Rewrite(image, "ProtocolType=\"1\"", "ProtocolType=\"01\""); }},
     {"name-empty", [](const Image& image) { AddEntry(image, EntryText("", "3", "false")); },
      [](const Image& image) { AddEntry(image, EntryText(" ", "3", "false")); }},
     {"name-duplicate", [](const Image& image) { AddEntry(image, EntryText("Modbus", "3", "false")); },
@@ -288,6 +307,14 @@ const std::vector<RuleCase> Cases = {
      [](const Image& image) {
          image.write(Program, "#!/bin/sh\n# sh Modbus_Server\nnice /usr/sbin/Modbus_Server &\n");
      }},
+    {"server-no-interpreter-line", [](const Image& image) { image.write(Server, "\xEF\xBB\xBF#!/bin/sh\n"); },
+     [](const Image& image) { image.write(Server, ""); }},
+    {"killall-missing",
+     [](const Image& image) {
+         image.remove("/usr/bin/killall");
+         image.write("/usr/bin/killall", ElfImage().bytes(), 0644);
+     },
+     [](const Image& image) { image.link("/usr/bin/killall", "../../bin/sh"); }},
     {"killall-missing", [](const Image& image) { image.remove("/usr/bin/killall"); },
      [](const Image& image) { image.rename("/usr/bin/killall", "/bin/killall"); }},
 
@@ -298,6 +325,12 @@ const std::vector<RuleCase> Cases = {
          image.remove("/usr/bin");
      },
      [](const Image& image) { image.remove("/usr/bin"); }},
+    {"not-looked-at",
+     [](const Image& image) {
+         image.write(Image::Working, "x");
+         std::filesystem::resize_file(image.onHost(Image::Working), ConfigurationReport::MaxSize + 1);
+     },
+     [](const Image& image) { image.write(Image::Working, "x"); }},
     {"not-looked-at",
      [](const Image& image) {
          std::string attributes;
@@ -345,6 +378,20 @@ TEST(RulesTest, EveryRuleHasACaseAndATextAndIsFoundByItsId) {
     }
     EXPECT_EQ(tried, ids);
     EXPECT_EQ(FindRule("no-such-rule"), nullptr);
+}
+
+TEST(RulesTest, AVeryLongAttributeIsNoSlipOfThePen) {
+    const DeviceImage image;
+    Rewrite(image, "/>", " " + std::string(100, 'P') + "=''/>");
+
+    EXPECT_NE(FindingsText(image.check()).find("PPP\" is ignored"), std::string::npos);
+}
+
+TEST(RulesTest, ASectionWithoutAnEntryHasNothingInFrontOfTheFirst) {
+    const DeviceImage image;
+    image.configureEntries("<x/>");
+
+    EXPECT_FALSE(HasRule(image.check(), "entry-before-first"));
 }
 
 TEST_P(RulesTest, FiresOnItsFaultAndIsSilentOnItsTwin) {

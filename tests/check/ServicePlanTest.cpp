@@ -154,6 +154,16 @@ TEST(ServicePlanTest, AServiceDirectoryWithTooManyNamesIsCutAndSaidSo) {
     EXPECT_TRUE(HasRule(report, "not-looked-at"));
 }
 
+TEST(ServicePlanTest, HiddenNamesBeyondALimitAreNotKept) {
+    const DeviceImage image;
+    image.write("/factory_setting/.hidden", "");
+    for (size_t i = 0; i <= ServiceDirectory::MaxNames; ++i) {
+        image.write("/factory_setting/." + std::to_string(i) + "_loadservice", "");
+    }
+
+    EXPECT_EQ(ListServices(DeviceRoot(image.root())).hidden.size(), ServiceDirectory::MaxNames);
+}
+
 TEST(ServicePlanTest, AFallbackThatChangesWhatRunsIsReported) {
     const DeviceImage image;
     image.write(DeviceImage::Factory, ConfigurationText(EntryText("OPCUA", "2")));

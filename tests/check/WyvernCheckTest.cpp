@@ -9,6 +9,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <memory>
 #include <set>
 #include <string>
@@ -29,6 +30,7 @@ ChildResult RunCheck(const std::vector<std::string>& arguments) {
     });
 }
 
+#ifdef WYVERN_PLAIN_BINARY
 // The names of all symbols that readelf lists, those that others must define as well as the program's own.
 std::set<std::string> SymbolsOf(const std::string& file) {
     const std::string command = "'" WYVERN_READELF "' --syms --wide '" + file + "'";
@@ -58,6 +60,7 @@ std::set<std::string> ProcessFunctionsIn(const std::string& file) {
     }
     return found;
 }
+#endif
 
 } // namespace
 
@@ -90,6 +93,7 @@ TEST(WyvernCheckTest, WarningsEndWith1ErrorsWith2AndStrictMakesWarningsErrors) {
     EXPECT_TRUE(RunCheck({"--root", wrong.root()}).exitedWith(2));
     const ChildResult strict = RunCheck({"--root", warned.root(), "--strict", "--quiet"});
     EXPECT_TRUE(strict.exitedWith(2));
+    EXPECT_TRUE(RunCheck({"--root", wrong.root(), "--strict"}).exitedWith(2));
     EXPECT_EQ(strict.output, warned.onHost("/factory_setting/Modbus_loadservice") +
                                  ":1:1: error: writable-by-others: its group or everyone may write it: whoever does "
                                  "is root at the next start\n");
@@ -145,13 +149,45 @@ TEST(WyvernCheckTest, AConfigurationIsCheckedAloneOrInThePlaceOfTheWorkingCopy) 
 }
 
 TEST(WyvernCheckTest, OutputThatCannotBePrintedDoesNotPassForClean) {
+    // The short text fails when stdio writes its buffer out, the long one at once.
+    for (const char* what : {"name-empty", "all"}) {
+        const ChildResult result = RunInChild([what] {
+            static_cast<void>(dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO));
+            static_cast<void>(execl(WYVERN_CHECK_BINARY, "wyvern-check", "--explain", what, nullptr));
+        });
+
+        EXPECT_TRUE(result.exitedWith(2)) << what;
+    }
+}
+
+TEST(WyvernCheckTest, WithoutArgumentsThisMachineIsTheDevice) {
+    const ChildResult result = RunCheck({});
+
+    EXPECT_EQ(result.output.find("working copy: /mnt/mtd/code/config_file/protocolconfig.xml: "), 0U) << result.output;
+}
+
+TEST(WyvernCheckTest, WithoutAConfigurationInForceThereIsNoPlan) {
     const DeviceImage image;
-    const ChildResult result = RunInChild([&image] {
-        static_cast<void>(dup2(open("/dev/full", O_WRONLY), STDOUT_FILENO));
-        static_cast<void>(execl(WYVERN_CHECK_BINARY, "wyvern-check", "--root", image.root().c_str(), nullptr));
+    image.configure("x");
+
+    const ChildResult result = RunCheck({"--root", image.root(), "--plan", "start", "--format", "tsv"});
+
+    EXPECT_TRUE(result.exitedWith(2));
+    EXPECT_EQ(result.output.find("plan\t"), std::string::npos);
+    EXPECT_TRUE(RunCheck({image.onHost(DeviceImage::Working)}).exitedWith(2));
+}
+
+TEST(WyvernCheckTest, AWorkingDirectoryThatIsGoneLeavesARelativePathAsItIs) {
+    const TemporaryDirectory directory;
+    std::filesystem::create_directory(directory / "gone");
+    const ChildResult result = RunInChild([&directory] {
+        static_cast<void>(chdir((directory / "gone").c_str()));
+        static_cast<void>(rmdir((directory / "gone").c_str()));
+        static_cast<void>(execl(WYVERN_CHECK_BINARY, "wyvern-check", "a.xml", nullptr));
     });
 
     EXPECT_TRUE(result.exitedWith(2));
+    EXPECT_NE(result.output.find("cannot be used: there is no such file"), std::string::npos) << result.output;
 }
 
 // A FIFO or a directory in the place of each file, and a loop of links: nothing is waited for.
@@ -173,7 +209,7 @@ TEST(WyvernCheckTest, NothingThatIsNoFileIsOpened) {
 TEST(WyvernCheckTest, TextIsColouredOnATerminalUnlessNoColorIsSet) {
     const DeviceImage image;
     image.setMode("/factory_setting/Modbus_loadservice", 0775);
-    for (const char* noColour : {"", "1"}) {
+    for (const char* noColour : {"", "1", static_cast<const char*>(nullptr)}) {
         const int master = posix_openpt(O_RDWR | O_NOCTTY);
         ASSERT_EQ(grantpt(master), 0);
         ASSERT_EQ(unlockpt(master), 0);
@@ -181,7 +217,7 @@ TEST(WyvernCheckTest, TextIsColouredOnATerminalUnlessNoColorIsSet) {
         ASSERT_GE(terminal, 0);
 
         static_cast<void>(RunInChild([&] {
-            static_cast<void>(setenv("NO_COLOR", noColour, 1));
+            static_cast<void>(noColour == nullptr ? unsetenv("NO_COLOR") : setenv("NO_COLOR", noColour, 1));
             static_cast<void>(dup2(terminal, STDOUT_FILENO));
             static_cast<void>(
                 execl(WYVERN_CHECK_BINARY, "wyvern-check", "--quiet", "--root", image.root().c_str(), nullptr));
@@ -191,7 +227,9 @@ TEST(WyvernCheckTest, TextIsColouredOnATerminalUnlessNoColorIsSet) {
         static_cast<void>(close(terminal));
         static_cast<void>(close(master));
 
-        EXPECT_EQ(std::string(text).find("\x1B[1;33mwarning\x1B[0m") != std::string::npos, *noColour == '\0') << text;
+        EXPECT_EQ(std::string(text).find("\x1B[1;33mwarning\x1B[0m") != std::string::npos,
+                  noColour == nullptr || *noColour == '\0')
+            << text;
     }
 }
 
