@@ -137,7 +137,10 @@ private:
         }
         steps += done.size() + 1;
         directory = root.openDirectory(done);
-        return steps <= MaxSteps || stop(DeviceEntry::Kind::LinkLoop);
+        if (steps > MaxSteps) {
+            return stop(DeviceEntry::Kind::LinkLoop);
+        }
+        return true;
     }
 
     bool stepTo(const std::string& name) {
@@ -161,7 +164,10 @@ private:
             return false;
         }
         directory = FileDescriptor(openat(directory.get(), name.c_str(), DirectoryFlags));
-        return directory.get() >= 0 || stop(errno);
+        if (directory.get() < 0) {
+            return stop(errno);
+        }
+        return true;
     }
 
     bool follow(const std::string& target) {
@@ -216,7 +222,7 @@ bool DeviceRoot::read(const std::string& path, size_t limit, std::string& out) c
         count = ::read(file.get(), content.data() + done, content.size() - done);
         done += count > 0 ? static_cast<size_t>(count) : 0;
     }
-    if (file.get() < 0 || count < 0) {
+    if (count < 0) { // also for a file that did not open
         return false;
     }
     content.resize(done); // the file may have become shorter

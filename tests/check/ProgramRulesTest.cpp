@@ -144,6 +144,8 @@ TEST(ProgramRulesTest, WhatThisUserMayNotReadIsSaidToBeLeftOut) {
     };
 
     const ChildResult closed = checkAsAnyone();
+    image.setMode("/factory_setting", 0744);
+    const ChildResult hidden = checkAsAnyone();
     image.setMode("/factory_setting", 0311);
     const ChildResult unlisted = checkAsAnyone();
     image.setMode("/factory_setting", 0755);
@@ -152,6 +154,7 @@ TEST(ProgramRulesTest, WhatThisUserMayNotReadIsSaidToBeLeftOut) {
     EXPECT_NE(closed.output.find("Modbus_Server:1:1: warning: not-looked-at"), std::string::npos);
     EXPECT_NE(closed.output.find("\"libc.so\" is not in the image"), std::string::npos);
     EXPECT_EQ(closed.output.find("interpreter-missing"), std::string::npos);
+    EXPECT_NE(hidden.output.find("cannot be looked at here"), std::string::npos) << hidden.output;
     EXPECT_NE(unlisted.output.find("services-missing"), std::string::npos) << unlisted.output;
 }
 

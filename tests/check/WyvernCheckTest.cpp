@@ -76,6 +76,14 @@ TEST(WyvernCheckTest, ACleanImageEndsWith0AndPrintsWhatItLookedAt) {
                                  image.onHost("/factory_setting/") + ": 2\n" + "0 errors, 0 warnings, 0 notes\n");
 }
 
+TEST(WyvernCheckTest, TheFormatIsTheOneThatWasAskedFor) {
+    const DeviceImage image;
+
+    EXPECT_EQ(RunCheck({"--root", image.root(), "--format", "text"}).output.rfind("working copy: ", 0), 0U);
+    EXPECT_EQ(RunCheck({"--root", image.root(), "--format", "tsv"}).output.rfind("file\tworking copy\t", 0), 0U);
+    EXPECT_EQ(RunCheck({"--root", image.root(), "--format", "json"}).output.rfind("{\n  \"configurations\": [", 0), 0U);
+}
+
 TEST(WyvernCheckTest, TheSampleDeviceIsClean) {
     const ChildResult result = RunCheck({"--root", SAMPLE_DEVICE, "--quiet"});
 
