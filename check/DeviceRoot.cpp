@@ -29,10 +29,13 @@ std::deque<std::string> Split(const std::string& path) {
     while (start < path.size()) {
         const size_t end = std::min(path.find('/', start), path.size());
         const std::string name = path.substr(start, end - start);
-        if (!name.empty() && name != ".") {
+        if (!name.empty()) {
             names.push_back(name);
         }
         start = end + 1;
+    }
+    if (!path.empty() && path.back() == '/') {
+        names.emplace_back("."); // what stands before it must be a directory
     }
     return names;
 }
@@ -146,6 +149,9 @@ private:
     bool stepTo(const std::string& name) {
         if (++steps > MaxSteps) {
             return stop(DeviceEntry::Kind::LinkLoop);
+        }
+        if (name == ".") {
+            return true;
         }
         struct stat status {};
         if (fstatat(directory.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {

@@ -1,6 +1,6 @@
 #include "check/ReportTable.h"
 
-#include "check/Printable.h"
+#include "check/EscapedText.h"
 
 #include <vector>
 
@@ -9,7 +9,7 @@ namespace {
 std::string Row(const std::vector<std::string>& columns) {
     std::string row;
     for (const std::string& column : columns) {
-        row += (row.empty() ? "" : "\t") + Printable(column);
+        row += (row.empty() ? "" : "\t") + EscapedText(column);
     }
     return row + "\n";
 }

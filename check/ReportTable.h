@@ -15,5 +15,5 @@
 ///     finding    path, line, column, severity, rule, text
 ///     summary    errors, warnings, notes, exit status
 ///
-/// Texts are as `Printable` makes them: no tab and no line end is in one, and a backslash is doubled.
+/// Texts are as `EscapedText` makes them: no tab and no line end is in one, and a backslash is doubled.
 std::string ReportAsTable(const CheckReport& report, const ReportStyle& style);

@@ -1,6 +1,6 @@
 #include "check/ReportText.h"
 
-#include "check/Printable.h"
+#include "check/EscapedText.h"
 
 namespace {
 
@@ -26,7 +26,7 @@ std::string Count(size_t count, const std::string& noun) {
 }
 
 std::string ConfigurationLine(const ConfigurationReport& report) {
-    std::string line = report.role + ": " + Printable(report.path) + ": ";
+    std::string line = report.role + ": " + EscapedText(report.path) + ": ";
     if (report.inForce) {
         return line + "in force, " + std::to_string(report.records.size()) + " entries\n";
     }
@@ -37,20 +37,20 @@ std::string ConfigurationLine(const ConfigurationReport& report) {
     if (!report.text.topLevel.empty() || !report.text.reason.empty()) {
         line += std::to_string(report.place.line) + ":" + std::to_string(report.place.column) + ": ";
     }
-    return line + Printable(report.reason) + "\n";
+    return line + EscapedText(report.reason) + "\n";
 }
 
 std::string PlanLines(const CheckReport& report) {
     std::string text = "plan of " + report.planMode + ":\n";
     for (const PlanStep& step : report.plan) {
         const std::string reason = step.reason();
-        text += "  " + std::to_string(step.order) + " " + Printable(step.protocol) + ": ";
-        text += step.action == PlanStep::Action::Run ? "run " + Printable(step.command) : "skip";
+        text += "  " + std::to_string(step.order) + " " + EscapedText(step.protocol) + ": ";
+        text += step.action == PlanStep::Action::Run ? "run " + EscapedText(step.command) : "skip";
         text += reason.empty() ? "\n" : " (" + reason + ")\n";
         for (const PassedOver& other : step.passedOver) {
             text += std::string("      ") +
                     (step.isOpen && other.reason == PassedOver::Reason::Later ? "or " : "not ") +
-                    Printable(other.name) + ": " + ReasonText(other.reason) + "\n";
+                    EscapedText(other.name) + ": " + ReasonText(other.reason) + "\n";
         }
     }
     return text;
@@ -60,18 +60,18 @@ std::string DifferenceLines(const std::vector<PlanDifference>& differences, cons
     std::string text;
     for (const PlanDifference& difference : differences) {
         text += std::string("after a fallback to the factory copy, ") + mode +
-                (difference.onlyInFirst ? " no longer" : " also") + " runs: " + Printable(difference.command) + " (" +
-                Printable(difference.protocol) + ")\n";
+                (difference.onlyInFirst ? " no longer" : " also") + " runs: " + EscapedText(difference.command) + " (" +
+                EscapedText(difference.protocol) + ")\n";
     }
     return text;
 }
 
 std::string FindingLine(const Finding& finding, bool colour) {
     const std::string severity = SeverityName(finding.severity);
-    return Printable(finding.path) + ":" + std::to_string(finding.place.line) + ":" +
+    return EscapedText(finding.path) + ":" + std::to_string(finding.place.line) + ":" +
            std::to_string(finding.place.column) + ": " +
            (colour ? ColourOf(finding.severity) + severity + Plain : severity) + ": " + finding.rule + ": " +
-           Printable(finding.text) + "\n";
+           EscapedText(finding.text) + "\n";
 }
 
 } // namespace
@@ -83,7 +83,7 @@ std::string ReportAsText(const CheckReport& report, const ReportStyle& style) {
             text += ConfigurationLine(configuration);
         }
         if (!report.root.empty()) {
-            text += "start programs: " + Printable(report.services.path) + ": " +
+            text += "start programs: " + EscapedText(report.services.path) + ": " +
                     (report.services.isThere ? std::to_string(report.services.names.size()) : "cannot be listed") +
                     "\n";
         }

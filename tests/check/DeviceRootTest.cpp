@@ -1,6 +1,7 @@
 #include "check/DeviceRoot.h"
 
 #include "tests/support/ChildProcess.h"
+#include "tests/support/OpenInRoot.h"
 #include "tests/support/Repeated.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -13,6 +14,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <filesystem>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -87,6 +89,50 @@ TEST_F(DeviceRootTest, AbsoluteLinksAndDotsStayInsideTheRoot) {
     EXPECT_EQ(text, "before");
 }
 
+// Small trees full of links, each path against what the kernel makes of it. Reproducible: the generator is the standard's.
+TEST_F(DeviceRootTest, EveryPathLeadsWhereTheKernelSaysInsideARoot) {
+    if (OpenedInRoot(root.onHost(""), "/etc").error == ENOSYS) {
+        GTEST_SKIP() << "the kernel has no openat2";
+    }
+    std::mt19937 random(1);
+    const auto path = [&random](const char* start) {
+        const std::vector<std::string> names = {"a", "b", "c", "..", ".", "/", "/", "d"};
+        std::string text = random() % 2 == 0 ? start : "";
+        for (size_t left = 1 + random() % 5; left > 0; --left) {
+            text += names[random() % names.size()] + (random() % 8 == 0 ? "" : "/");
+        }
+        return random() % 2 == 0 ? text : text.substr(0, text.find_last_not_of('/') + 1) + "c";
+    };
+    for (int tree = 0; tree < 100; ++tree) {
+        const std::string base = directory / ("root/" + std::to_string(tree));
+        fs::create_directories(base + "/a/b/c");
+        std::error_code ignored;
+        for (const char* place : {"/b", "/c", "/a/a", "/a/c", "/a/b/a", "/a/b/b", "/a/b/c/a", "/a/b/c/b"}) {
+            switch (random() % 4) {
+            case 0:
+                static_cast<void>(directory.write("root/" + std::to_string(tree) + place, ""));
+                break;
+            case 1:
+                break;
+            default:
+                fs::create_symlink(path("/"), base + place, ignored);
+                break;
+            }
+        }
+        const DeviceRoot small(base);
+        for (int i = 0; i < 100; ++i) {
+            const std::string asked = "/" + path("");
+            const OpenedInRoot kernel(base, asked);
+            const DeviceEntry entry = small.look(asked);
+
+            const bool isThere = entry.kind == Kind::File || entry.kind == Kind::Directory;
+            EXPECT_EQ(isThere, kernel.error == 0) << base << " " << asked << " " << kernel.error;
+            EXPECT_EQ(entry.kind == Kind::LinkLoop, kernel.error == ELOOP) << base << " " << asked;
+            EXPECT_EQ(entry.inode, kernel.status.st_ino) << base << " " << asked;
+        }
+    }
+}
+
 TEST_F(DeviceRootTest, WhatIsNotThereIsToldApart) {
     link("/dangling", "nowhere");
     link("/through", "etc/file/more");
@@ -96,6 +142,7 @@ TEST_F(DeviceRootTest, WhatIsNotThereIsToldApart) {
 
     EXPECT_EQ(root.look("/nowhere").kind, Kind::Missing);
     EXPECT_EQ(root.look("/etc/file/more").kind, Kind::Missing);
+    EXPECT_EQ(root.look("/etc/file/").kind, Kind::Missing);
     EXPECT_EQ(root.look("/" + std::string(300, 'x')).kind, Kind::Missing);
     EXPECT_EQ(root.look("/dangling").kind, Kind::DanglingLink);
     EXPECT_EQ(root.look("/through").kind, Kind::DanglingLink);

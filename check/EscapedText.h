@@ -5,4 +5,4 @@
 /// @return the text with what a terminal or a table would take for something else written as \xNN: control characters
 ///         (a tab and a line end, too), bytes that are no UTF-8, and the backslash itself as \\. Names of a hostile image
 ///         cannot move the cursor.
-std::string Printable(const std::string& text);
+std::string EscapedText(const std::string& text);

@@ -1,10 +1,10 @@
-#include "check/Printable.h"
+#include "check/EscapedText.h"
 
 #include "check/Utf8.h"
 
 #include <cstdio>
 
-std::string Printable(const std::string& text) {
+std::string EscapedText(const std::string& text) {
     std::string out;
     for (size_t at = 0; at < text.size();) {
         const size_t length = Utf8SequenceLength(text, at);

@@ -1,4 +1,4 @@
-#include "check/Printable.h"
+#include "check/EscapedText.h"
 
 #include "check/Utf8.h"
 
@@ -6,17 +6,17 @@
 
 #include <string>
 
-TEST(PrintableTest, LettersStayAndWhatMovesACursorIsEscaped) {
-    EXPECT_EQ(Printable("a \xE7\xBD\x91 \xF0\x9F\x98\x80 \xC3\xA9"), "a \xE7\xBD\x91 \xF0\x9F\x98\x80 \xC3\xA9");
-    EXPECT_EQ(Printable("a\tb\nc\x1B[31m\x7F"), "a\\x09b\\x0Ac\\x1B[31m\\x7F");
-    EXPECT_EQ(Printable("C:\\x"), "C:\\\\x");
-    EXPECT_EQ(Printable("\xC2\x9B"
-                        "31m\xC2\xA9"),
+TEST(EscapedTextTest, LettersStayAndWhatMovesACursorIsEscaped) {
+    EXPECT_EQ(EscapedText("a \xE7\xBD\x91 \xF0\x9F\x98\x80 \xC3\xA9"), "a \xE7\xBD\x91 \xF0\x9F\x98\x80 \xC3\xA9");
+    EXPECT_EQ(EscapedText("a\tb\nc\x1B[31m\x7F"), "a\\x09b\\x0Ac\\x1B[31m\\x7F");
+    EXPECT_EQ(EscapedText("C:\\x"), "C:\\\\x");
+    EXPECT_EQ(EscapedText("\xC2\x9B"
+                          "31m\xC2\xA9"),
               "\\xC2\\x9B31m\xC2\xA9");
-    EXPECT_EQ(Printable("\xFF\xE7\xBD"), "\\xFF\\xE7\\xBD");
+    EXPECT_EQ(EscapedText("\xFF\xE7\xBD"), "\\xFF\\xE7\\xBD");
 }
 
-TEST(PrintableTest, SequencesAreUtf8AsItsDefinitionSays) {
+TEST(EscapedTextTest, SequencesAreUtf8AsItsDefinitionSays) {
     struct Case {
         const char* text;
         size_t length;
