@@ -20,6 +20,8 @@ constexpr int DirectoryFlags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
 constexpr int FileFlags = O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_NOCTTY | O_CLOEXEC;
 
 struct DirectoryCloser {
+    // As in ListDirectory.cpp: the unique_ptr calls this once.
+    // cppcheck-suppress doubleFree
     void operator()(DIR* directory) const noexcept { static_cast<void>(closedir(directory)); }
 };
 
@@ -248,6 +250,7 @@ bool DeviceRoot::list(const std::string& path, size_t limit, std::vector<DeviceN
     }
     static_cast<void>(opened.release()); // the stream closes it
     // POSIX lets readdir share its buffer only among calls on one stream, and this stream is ours alone.
+    // cppcheck-suppress readdirCalled
     // NOLINTNEXTLINE(concurrency-mt-unsafe)
     for (const dirent* entry = readdir(stream.get()); entry != nullptr && limit > 0; entry = readdir(stream.get())) {
         if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {

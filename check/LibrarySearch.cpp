@@ -74,7 +74,7 @@ void LibrarySearch::readList(const std::string& path, int depth) {
         return;
     }
     for (std::string line : SplitAt(text, "\n\r")) {
-        line = line.substr(0, line.find('#'));
+        line.resize(std::min(line.find('#'), line.size()));
         const std::vector<std::string> words = SplitAt(line, " \t:,");
         if (words.empty()) {
             continue;

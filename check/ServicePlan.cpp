@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <set>
+#include <utility>
 
 namespace {
 
@@ -19,7 +20,7 @@ public:
                 std::string lower = ToLower(name);
                 // A "/" is in no name: "A" is not meant by the "a" of the keyword.
                 lower.replace(lower.find(LoadServiceKeyword), LoadServiceKeyword.size(), "/");
-                names.push_back({name, lower});
+                names.emplace_back(name, lower);
             }
         }
     }
@@ -27,22 +28,18 @@ public:
     // Only for a step without a file: no name serves the protocol as it is.
     void addTo(PlanStep& step) const {
         const std::string wanted = ToLower(step.protocol);
-        for (const Name& name : names) {
+        for (const auto& [original, lower] : names) {
             if (step.passedOver.size() >= PlanStep::MaxPassedOver) {
                 return;
             }
-            if (name.lower.find(wanted) != std::string::npos) {
-                step.passedOver.push_back({name.original, PassedOver::Reason::OtherCase});
+            if (lower.find(wanted) != std::string::npos) {
+                step.passedOver.push_back({original, PassedOver::Reason::OtherCase});
             }
         }
     }
 
 private:
-    struct Name {
-        std::string original;
-        std::string lower;
-    };
-    std::vector<Name> names;
+    std::vector<std::pair<std::string, std::string>> names; ///< as it is, and in lower case
 };
 
 void AddPassedOver(const std::vector<std::string>& names, PassedOver::Reason reason, const std::string& protocolName,
