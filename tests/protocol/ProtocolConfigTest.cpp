@@ -3,6 +3,7 @@
 #include "runtime/LogSettings.h"
 #include "runtime/WyRuntimeError.h"
 #include "tests/support/PrivateMember.h"
+#include "tests/support/RecordLines.h"
 #include "tests/support/SafePointerRecords.h"
 #include "tests/support/TemporaryDirectory.h"
 
@@ -61,20 +62,10 @@ protected:
         return entries;
     }
 
-    // One line a record, so that a difference is readable.
-    static std::string ListOf(ProtocolConfig& config) {
-        std::string list;
-        for (const ProtocolTypeInfo& info : config.getProtocolList()) {
-            list += info.getProtocolName() + "," + info.getProtocolId() + "," + std::to_string(info.getProtocolType()) +
-                    (info.isProtocolEnable() ? ",on\n" : ",off\n");
-        }
-        return list;
-    }
-
     // The records that a file of these bytes gives, or "false".
     std::string Parsed(const std::string& content) const {
         ProtocolConfig config;
-        return config.parse(dir.write("parsed.xml", content)) ? ListOf(config) : "false";
+        return config.parse(dir.write("parsed.xml", content)) ? RecordLines(config) : "false";
     }
 
     static std::string TraceLine(int line) {
@@ -174,7 +165,7 @@ protected:
 
             EXPECT_FALSE(config.parse(dir.write("bad.xml", c.content))) << c.name;
 
-            EXPECT_EQ(ListOf(config), "P0,id0,0,on\nP1,id1,1,off\n") << c.name;
+            EXPECT_EQ(RecordLines(config), "P0,id0,0,on\nP1,id1,1,off\n") << c.name;
             EXPECT_EQ(TakenRecords(), 0U) << c.name;
         }
     }
@@ -407,7 +398,7 @@ TEST_F(ProtocolConfigTest, ASecondParseReplacesTheList) {
 
     EXPECT_TRUE(config.parse(dir.write("two.xml", Section(Entry("A", "1", "1", "true")))));
 
-    EXPECT_EQ(ListOf(config), "A,1,1,on\n");
+    EXPECT_EQ(RecordLines(config), "A,1,1,on\n");
 }
 
 TEST_F(ProtocolConfigTest, AParseAfterAFailedOneReads) {
@@ -416,7 +407,7 @@ TEST_F(ProtocolConfigTest, AParseAfterAFailedOneReads) {
 
     EXPECT_TRUE(config.parse(dir.write("good.xml", Section(Entries(1)))));
 
-    EXPECT_EQ(ListOf(config), "P0,id0,0,on\n");
+    EXPECT_EQ(RecordLines(config), "P0,id0,0,on\n");
 }
 
 // What one file declared does not stick to the next: each parse has a document of its own.
@@ -427,7 +418,7 @@ TEST_F(ProtocolConfigTest, TheEncodingOfOneFileDoesNotDecideThatOfTheNext) {
     EXPECT_TRUE(config.parse(dir.write("none.xml", "<Configure name='x'><Configure name='ProtocolConfig'>" +
                                                        Entry(WordGb, "1", "1", "true") + "</Configure></Configure>")));
 
-    EXPECT_EQ(ListOf(config), std::string(WordUtf8) + ",1,1,on\n");
+    EXPECT_EQ(RecordLines(config), std::string(WordUtf8) + ",1,1,on\n");
 }
 
 TEST_F(ProtocolConfigTest, TheFileIsLeftAsItIs) {
@@ -490,7 +481,7 @@ TEST_F(ProtocolConfigTest, OneEntryTooManyThrowsAndLeavesTheListAndNoRecordTaken
 
     EXPECT_EQ(message, "too much safe poniter");
     EXPECT_EQ(TakenRecords(), 0U);
-    EXPECT_EQ(ListOf(config), "P0,id0,0,on\nP1,id1,1,off\n");
+    EXPECT_EQ(RecordLines(config), "P0,id0,0,on\nP1,id1,1,off\n");
     EXPECT_TRUE(config.parse(good)) << "the pool can be used again";
 }
 
@@ -603,7 +594,7 @@ TEST_F(ProtocolConfigFailureTest, AMissingFileLeavesTheList) {
     EXPECT_FALSE(config.parse(dir.path()));
     EXPECT_FALSE(config.parse(""));
 
-    EXPECT_EQ(ListOf(config), "P0,id0,0,on\nP1,id1,1,off\n");
+    EXPECT_EQ(RecordLines(config), "P0,id0,0,on\nP1,id1,1,off\n");
 }
 
 TEST_F(ProtocolConfigFailureTest, AFileWithoutASectionThatCanBeFoundLogsThatTheNodeIsNotFound) {
