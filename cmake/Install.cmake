@@ -1,4 +1,4 @@
-# The launcher, its libraries and headers, and a CMake package to find them by.
+# The launcher, its libraries and headers, a CMake package to find them by, and what people read.
 include(CMakePackageConfigHelpers)
 
 get_property(libraries GLOBAL PROPERTY WYVERN_LIBRARIES)
@@ -31,3 +31,13 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/WyvernConfigVersion.cmake
 install(FILES ${PROJECT_BINARY_DIR}/WyvernConfig.cmake ${PROJECT_BINARY_DIR}/WyvernConfigVersion.cmake
     DESTINATION ${package_dir} COMPONENT development)
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
+
+# For people: the manual, the schema that editors read, configurations to begin with.
+install(FILES ${PROJECT_SOURCE_DIR}/docs/man/protocolconfig.xml.5
+    DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT documentation)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/man/wyvern.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT documentation)
+install(FILES ${PROJECT_SOURCE_DIR}/docs/protocolconfig.xsd
+    DESTINATION ${CMAKE_INSTALL_DATADIR}/wyvern COMPONENT documentation)
+install(FILES
+    ${PROJECT_SOURCE_DIR}/examples/protocolconfig.utf-8.xml ${PROJECT_SOURCE_DIR}/examples/protocolconfig.gb2312.xml
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT documentation)
