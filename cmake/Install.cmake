@@ -36,6 +36,10 @@ install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} 
 install(FILES ${PROJECT_SOURCE_DIR}/docs/man/protocolconfig.xml.5
     DESTINATION ${CMAKE_INSTALL_MANDIR}/man5 COMPONENT documentation)
 install(FILES ${PROJECT_SOURCE_DIR}/docs/man/wyvern.8 DESTINATION ${CMAKE_INSTALL_MANDIR}/man8 COMPONENT documentation)
+if(WYVERN_BUILD_CHECK)
+    install(FILES ${PROJECT_SOURCE_DIR}/docs/man/wyvern-check.1
+        DESTINATION ${CMAKE_INSTALL_MANDIR}/man1 COMPONENT documentation)
+endif()
 install(FILES ${PROJECT_SOURCE_DIR}/docs/protocolconfig.xsd
     DESTINATION ${CMAKE_INSTALL_DATADIR}/wyvern COMPONENT documentation)
 install(FILES
