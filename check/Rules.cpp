@@ -9,20 +9,18 @@ constexpr Rule Table[] = {
     // Configuration.
     {"no-configuration", Severity::Error,
      "Neither the working copy nor the factory copy of protocolconfig.xml can be used, so the launcher prints two "
-     "lines "
-     "and runs nothing. Mend one of them; what is wrong with each is told by other findings."},
+     "lines and runs nothing. Mend one of them; what is wrong with each is told by other findings."},
     {"configuration-absent", Severity::Warning,
      "One of the two copies of protocolconfig.xml is not there. Without the working copy the launcher prints a line at "
      "each start and reads the factory copy; without the factory copy nothing stands in for a damaged working copy."},
     {"configuration-unusable", Severity::Error,
      "The file is there and the launcher does not use it: it cannot be read, is empty, ends too early, is not "
-     "well-formed, "
-     "or has not the root element, the section or the entries that it must have. The other copy is read instead."},
+     "well-formed, or has not the root element, the section or the entries that it must have. The other copy is read "
+     "instead."},
     {"search-ended", Severity::Error,
      "The protocol section is looked for among the children of the root element, from the first \"Configure\" on. An "
      "element without an attribute \"name\" ends the search, even when the section follows. Give it a name, or move it "
-     "in "
-     "front of the first \"Configure\"."},
+     "in front of the first \"Configure\"."},
     {"nesting-depth", Severity::Error,
      "Elements nest deeper than 5,000. The launcher refuses such a text, which would overflow its stack."},
     {"too-many-entries", Severity::Error,
@@ -30,18 +28,14 @@ constexpr Rule Table[] = {
      "copy is not tried."},
     {"byte-order-mark", Severity::Error,
      "The text begins with a UTF-8 byte-order mark. The launcher takes it for GB2312 then, cannot convert it and does "
-     "not "
-     "use the file. Save it as UTF-8 without a byte-order mark."},
+     "not use the file. Save it as UTF-8 without a byte-order mark."},
     {"encoding-mismatch", Severity::Error,
      "The bytes do not belong to the declared encoding. A text declared as UTF-8 is taken as it is: wrong bytes get "
-     "into "
-     "the names, or swallow the quote behind them. A text declared as GB2312 whose bytes are UTF-8 is converted to "
-     "other "
-     "characters, or is cut. Declare what the editor writes."},
+     "into the names, or swallow the quote behind them. A text declared as GB2312 whose bytes are UTF-8 is converted "
+     "to other characters, or is cut. Declare what the editor writes."},
     {"encoding-cut", Severity::Error,
      "The text is read as GB2312, and has bytes that do not convert. The launcher sees nothing of the text from the "
-     "first "
-     "of them on. Declare encoding=\"utf-8\" if that is what the file is written in."},
+     "first of them on. Declare encoding=\"utf-8\" if that is what the file is written in."},
     {"encoding-undeclared", Severity::Warning,
      "The text has bytes outside ASCII and no declaration of its encoding, so it is read as GB2312. Begin it with "
      "<?xml version=\"1.0\" encoding=\"utf-8\"?> (or \"gb2312\")."},
@@ -50,8 +44,7 @@ constexpr Rule Table[] = {
      "Declare \"utf-8\" or \"gb2312\"."},
     {"zero-byte", Severity::Warning,
      "A text ends at its first zero byte; what stands behind is not read. A file system that lost data, or an editor "
-     "that "
-     "writes UTF-16, leaves such bytes."},
+     "that writes UTF-16, leaves such bytes."},
     {"section-duplicate", Severity::Warning,
      "A second element with name=\"ProtocolConfig\" stands behind the protocol section. Only the first is read."},
     {"entry-before-first", Severity::Warning,
@@ -62,16 +55,13 @@ constexpr Rule Table[] = {
      "unless ProtocolEnable says otherwise; look for an element that belongs elsewhere."},
     {"attribute-unknown", Severity::Warning,
      "An entry has the attributes ProtocolName, ProtocolId, ProtocolType and ProtocolEnable, in exactly this letter "
-     "case. "
-     "Others are ignored, and what was meant by a misspelled one is missing."},
+     "case. Others are ignored, and what was meant by a misspelled one is missing."},
     {"enable-value", Severity::Warning,
      "ProtocolEnable enables a protocol when it is \"true\", in any letter case. Everything else disables it: \"1\" "
-     "and "
-     "\"yes\" too. Write \"true\" or \"false\"."},
+     "and \"yes\" too. Write \"true\" or \"false\"."},
     {"type-value", Severity::Warning,
      "ProtocolType is read with atoi: digits up to the first other character, 0 when there are none, and no promise "
-     "for a "
-     "number that does not fit 32 bits. Write a whole decimal number."},
+     "for a number that does not fit 32 bits. Write a whole decimal number."},
     {"name-empty", Severity::Error,
      "An entry without a ProtocolName matches every start program: the first of the directory is run (or its server "
      "stopped) once more, unless the entry is disabled."},
@@ -85,8 +75,7 @@ constexpr Rule Table[] = {
     // Choice of file.
     {"services-missing", Severity::Error,
      "\"/factory_setting/\" is not there, is no directory or cannot be listed. The launcher takes it for empty and "
-     "runs "
-     "\"/factory_setting/\" itself for each enabled protocol, which the shell refuses."},
+     "runs \"/factory_setting/\" itself for each enabled protocol, which the shell refuses."},
     {"program-missing", Severity::Error,
      "No name in \"/factory_setting/\" contains \"loadservice\" and the protocol's name, in exactly this letter case; "
      "directories and names with a leading dot do not count. The launcher runs \"/factory_setting/\" itself, which the "
@@ -100,16 +89,13 @@ constexpr Rule Table[] = {
      "One start program is taken by two enabled protocols: it is run twice, and the second stop finds nothing."},
     {"program-untaken", Severity::Warning,
      "A start program that no entry of any usable configuration takes, enabled or not: its entry is missing, its name "
-     "is "
-     "misspelled, or another program stands in front of it."},
+     "is misspelled, or another program stands in front of it."},
     {"program-leftover", Severity::Warning,
      "The name ends as that of a copy which an editor or a package manager leaves behind. It counts as a start program "
-     "all "
-     "the same, and may be the one that is run. Remove it from the image."},
+     "all the same, and may be the one that is run. Remove it from the image."},
     {"name-contained", Severity::Warning,
      "A protocol's name is contained in another's, \"Modbus\" in \"ModbusTCP\": the start program of the longer "
-     "matches "
-     "the shorter, too, and the order of the directory decides."},
+     "matches the shorter, too, and the order of the directory decides."},
 
     // Will it run.
     {"not-executable", Severity::Error,
@@ -125,19 +111,16 @@ constexpr Rule Table[] = {
      "The file is empty. The shell runs it as a script without a line: nothing is started, and nothing is said."},
     {"interpreter-crlf", Severity::Error,
      "The interpreter line ends in CR LF. The kernel takes the CR as part of the interpreter's name, or of its "
-     "argument, "
-     "and does not find it. Save the script with LF."},
+     "argument, and does not find it. Save the script with LF."},
     {"interpreter-byte-order-mark", Severity::Error,
      "A byte-order mark stands before \"#!\". The kernel does not take the file for a script; a shell may run it "
-     "itself, "
-     "and complains of the first line. Save it without."},
+     "itself, and complains of the first line. Save it without."},
     {"interpreter-missing", Severity::Error,
      "The interpreter that the first line names is not in the image, is not executable, or its line is longer than the "
      "kernel reads. The shell says \"not found\" of the script, although that is there."},
     {"elf-damaged", Severity::Error,
      "The file begins as an ELF program, but its headers are no program's or lead out of it. It was cut or "
-     "overwritten, or "
-     "is an object file."},
+     "overwritten, or is an object file."},
     {"elf-class", Severity::Error,
      "The program is for 32 bits and the image's own programs for 64, or the other way round. The kernel may refuse "
      "it."},
@@ -156,48 +139,38 @@ constexpr Rule Table[] = {
     {"name-shell-characters", Severity::Error,
      "The name of a start program reaches the shell unquoted. A blank ends the program's name, \";\" begins another "
      "command, \"$(...)\" is run; and a \"-\" in front makes an option of what killall is given. Keep to letters, "
-     "digits, "
-     "\"_\", \"-\" and \".\"."},
+     "digits, \"_\", \"-\" and \".\"."},
     {"command-too-long", Severity::Error,
      "The command has more than 63 bytes and is not run. That is 46 bytes for the name of a start program and 44 for "
-     "its "
-     "part before the first \"_\"; a Chinese character takes three."},
+     "its part before the first \"_\"; a Chinese character takes three."},
 
     // Stop.
     {"server-name-long", Severity::Warning,
      "The kernel keeps 15 bytes of a process's name, so a prefix of more than 8 bytes is cut there. killall compares "
-     "those "
-     "15 bytes and then looks at the command line or the program's path. Tried: BusyBox misses a script whose "
-     "interpreter line has an "
-     "argument; psmisc ends another program with the same 15 bytes when that has changed its command line. Shorten the "
-     "prefix."},
+     "those 15 bytes and then looks at the command line or the program's path. Tried: BusyBox misses a script whose "
+     "interpreter line has an argument; psmisc ends another program with the same 15 bytes when that has changed its "
+     "command line. Shorten the prefix."},
     {"server-name-shared", Severity::Warning,
      "The start programs of two protocols have the same part before the first \"_\", so both servers are stopped by "
-     "one "
-     "name: \"IEC_101_loadservice\" and \"IEC_104_loadservice\" are both stopped by \"IEC_Server\"."},
+     "one name: \"IEC_101_loadservice\" and \"IEC_104_loadservice\" are both stopped by \"IEC_Server\"."},
     {"server-missing", Severity::Warning,
      "No file of the image bears the name by which the protocol is stopped, so probably no process will. A server that "
      "renames itself, or is called so by a link made on the device, cannot be seen here."},
     {"server-no-interpreter-line", Severity::Error,
      "The server is a script without an interpreter line. The kernel does not run it; a shell does so itself and keeps "
-     "its "
-     "own name. Tried: neither the killall of psmisc nor that of BusyBox finds it. Begin it with \"#!/bin/sh\"."},
+     "its own name. Tried: neither the killall of psmisc nor that of BusyBox finds it. Begin it with \"#!/bin/sh\"."},
     {"server-through-interpreter", Severity::Error,
      "The server is started as the argument of an interpreter, or its interpreter line goes through env: the process "
-     "bears "
-     "the interpreter's name. Tried: neither killall finds it. Make the script executable, begin it with the path of "
-     "its "
-     "interpreter, and start it by its own name."},
+     "bears the interpreter's name. Tried: neither killall finds it. Make the script executable, begin it with the "
+     "path of its interpreter, and start it by its own name."},
     {"killall-missing", Severity::Error,
      "There is no killall in the image. It comes with BusyBox or psmisc. The shell says \"not found\" when the "
-     "launcher "
-     "stops, and nothing is stopped."},
+     "launcher stops, and nothing is stopped."},
 
     // What was not looked at.
     {"partial-tree", Severity::Note,
      "The tree has neither /bin nor /usr/bin, so it is a part that is laid over a system. What that system brings "
-     "along "
-     "(interpreters, libraries, killall) is not looked for."},
+     "along (interpreters, libraries, killall) is not looked for."},
     {"not-looked-at", Severity::Warning,
      "Something is larger or more than this program looks at, or cannot be read by this user: nothing is known of it."},
     {"findings-cut", Severity::Warning, "There are more findings than are listed. Mend these first."},
