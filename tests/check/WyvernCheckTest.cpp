@@ -1,4 +1,5 @@
 #include "tests/check/DeviceImage.h"
+#include "tests/check/RunCheck.h"
 #include "tests/support/ChildProcess.h"
 
 #include <gtest/gtest.h>
@@ -16,19 +17,6 @@
 #include <vector>
 
 namespace {
-
-ChildResult RunCheck(const std::vector<std::string>& arguments) {
-    return RunInChild([&arguments] {
-        std::vector<char*> vector = {const_cast<char*>("wyvern-check")};
-        for (const std::string& argument : arguments) {
-            vector.push_back(const_cast<char*>(argument.c_str()));
-        }
-        vector.push_back(nullptr);
-        static_cast<void>(dup2(open("/dev/null", O_WRONLY), STDERR_FILENO));
-        static_cast<void>(execv(WYVERN_CHECK_BINARY, vector.data()));
-        _exit(127);
-    });
-}
 
 #ifdef WYVERN_PLAIN_BINARY
 // The names of all symbols that readelf lists, those that others must define as well as the program's own.
