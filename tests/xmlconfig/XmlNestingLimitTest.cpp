@@ -480,6 +480,23 @@ TEST(XmlNestingLimitTest, DepthIsSeenBehindACharacterOfEveryLength) {
     }
 }
 
+// For each tag and text the way up to the root and itself, for each attribute those of its element before it, and as much
+// again for the end of the tag.
+TEST(XmlNestingLimitTest, TheCostOfAParseGrowsWithDepthAndWithTheAttributesOfAnElement) {
+    const auto cost = [](const std::string& text) {
+        return CostOfParsing(WithSpareBytes(text).c_str(), TIXML_ENCODING_UTF8);
+    };
+    EXPECT_EQ(cost(""), 0U);
+    EXPECT_EQ(cost("<a/>"), 1U);
+    EXPECT_EQ(cost("<a/><b/><!--c-->"), 3U);
+    EXPECT_EQ(cost("<a></a>"), 1U + 2U);
+    EXPECT_EQ(cost("<a><b/>text</a>"), 1U + 2U + 2U + 2U);
+    EXPECT_EQ(cost("<a><b><c/></b></a>"), 1U + 2U + 3U + 3U + 2U);
+    EXPECT_EQ(cost("<a x=''/>"), 1U + 1U);
+    EXPECT_EQ(cost("<a x='' y='' z=''/>"), 1U + 1U + 2U + 3U);
+    EXPECT_EQ(cost("<a></a>text<b/>"), 1U + 2U + 1U) << "what stands behind an error is not parsed";
+}
+
 TEST(XmlNestingLimitTest, TheBytesOfAByteOrderMarkAreANameInATextThatIsNotUtf8) {
     const std::string text = Repeated("<\xEF\xBB\xBF>", ShallowDepth + 1);
 
