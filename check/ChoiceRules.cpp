@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <iterator>
 #include <map>
 #include <set>
 
@@ -136,7 +137,14 @@ void CheckUntaken(const std::vector<const ConfigurationReport*>& reports, const 
     std::set<std::string> taken;
     for (const ConfigurationReport* report : reports) {
         for (const ProtocolTypeInfo& record : report->records) {
-            taken.insert(ServiceCommand(services.names, record.getProtocolName(), ServiceCommand::StartMode).file());
+            const std::string& protocol = record.getProtocolName();
+            if (services.hasTheDevicesOrder) {
+                taken.insert(ServiceCommand(services.names, protocol, ServiceCommand::StartMode).file());
+                continue;
+            }
+            // Each that could be the first on the device may be the one.
+            std::copy_if(services.names.begin(), services.names.end(), std::inserter(taken, taken.end()),
+                         [&protocol](const std::string& name) { return ServiceCommand::serves(name, protocol); });
         }
     }
     for (const std::string& name : services.names) {

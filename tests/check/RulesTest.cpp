@@ -180,6 +180,9 @@ const std::vector<RuleCase> Cases = {
          image.addService("MQTT");
          AddEntry(image, EntryText("MQTT", "3", "false"));
      }},
+    // Of several that match, either may be the first on the device.
+    {"program-untaken", [](const Image& image) { image.addService("MODBUS"); },
+     [](const Image& image) { image.addService("Modbus2"); }},
     {"program-leftover",
      [](const Image& image) { image.write("/factory_setting/Modbus_loadservice.dpkg-old", "#!/bin/sh\n"); },
      [](const Image& image) { image.write("/factory_setting/Modbus.dpkg-old", "#!/bin/sh\n"); }},

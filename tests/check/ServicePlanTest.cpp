@@ -1,5 +1,6 @@
 #include "check/ServicePlan.h"
 
+#include "check/ChoiceRules.h"
 #include "check/ReportTable.h"
 #include "launcher/ServiceCommand.h"
 #include "tests/check/DeviceImage.h"
@@ -178,4 +179,20 @@ TEST(ServicePlanTest, AFallbackThatChangesWhatRunsIsReported) {
     EXPECT_EQ(FindingsText(report), "");
     ASSERT_EQ(report.plan.size(), 2U);
     EXPECT_EQ(report.plan[1].command, "killall -15 OPCUA_Server");
+}
+
+TEST(ServicePlanTest, WhatStandsBehindTheFirstMatchIsTakenByNobodyOnlyWhereTheOrderIsKnown) {
+    ConfigurationReport configuration;
+    configuration.records = {Record("Modbus")};
+    const auto untaken = [&configuration](bool hasTheDevicesOrder) {
+        FindingList findings;
+        CheckUntaken({&configuration}, Services({"Modbus_loadservice", "Modbus2_loadservice"}, hasTheDevicesOrder),
+                     findings);
+        return findings.all();
+    };
+
+    ASSERT_EQ(untaken(true).size(), 1U);
+    EXPECT_STREQ(untaken(true)[0].rule, "program-untaken");
+    EXPECT_EQ(untaken(true)[0].path, "Modbus2_loadservice");
+    EXPECT_TRUE(untaken(false).empty());
 }
