@@ -1,12 +1,18 @@
 #include "check/ChoiceRules.h"
 
 #include "launcher/ServiceCommand.h"
+#include "protocol/ProtocolTypeInfo.h"
+#include "xmlconfig/XmlPlaces.h"
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <iterator>
 #include <map>
+#include <memory>
 #include <set>
+#include <string>
+#include <utility>
 
 namespace {
 

@@ -4,7 +4,6 @@
 #include "check/FindingList.h"
 #include "check/ServicePlan.h"
 
-#include <string>
 #include <vector>
 
 /// Which start program each protocol of a configuration gets: none, several, another's, or one that was left behind.

@@ -1,10 +1,13 @@
 #include "check/CommandLine.h"
 
+#include "check/Finding.h"
 #include "check/Rules.h"
 
 #include <CLI/CLI.hpp>
 
+#include <cstddef>
 #include <map>
+#include <stdexcept>
 
 namespace {
 

@@ -4,6 +4,7 @@
 #include "xmlconfig/XmlVocabulary.h"
 
 #include <algorithm>
+#include <memory>
 
 namespace {
 

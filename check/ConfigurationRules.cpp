@@ -3,6 +3,7 @@
 #include "check/LetterCase.h"
 #include "check/Utf8.h"
 #include "xmlconfig/XmlAttributeReader.h"
+#include "xmlconfig/XmlPlaces.h"
 #include "xmlconfig/XmlVocabulary.h"
 
 #include <algorithm>
@@ -12,6 +13,10 @@
 #include <climits>
 #include <cstdlib>
 #include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
 
 namespace {
 

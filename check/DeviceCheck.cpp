@@ -1,17 +1,25 @@
 #include "check/DeviceCheck.h"
 
 #include "check/ChoiceRules.h"
+#include "check/ConfigurationReport.h"
 #include "check/ConfigurationRules.h"
+#include "check/DeviceRoot.h"
+#include "check/Finding.h"
+#include "check/FindingList.h"
 #include "check/NameRules.h"
 #include "check/ProgramRules.h"
+#include "check/ServicePlan.h"
 #include "check/StopRules.h"
 #include "launcher/ConfigurationCopies.h"
 #include "launcher/ServiceCommand.h"
 
 #include <algorithm>
+#include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <set>
-#include <utility>
+#include <system_error>
+#include <vector>
 
 namespace {
 

@@ -3,6 +3,7 @@
 #include "check/CheckReport.h"
 #include "check/ServerSearch.h"
 
+#include <cstddef>
 #include <string>
 
 /// What is to be checked.

@@ -3,6 +3,7 @@
 #include "check/Rules.h"
 
 #include <algorithm>
+#include <utility>
 
 const char* SeverityName(Severity severity) noexcept {
     switch (severity) {

@@ -1,7 +1,9 @@
 #pragma once
 
 #include "check/Finding.h"
+#include "xmlconfig/XmlPlaces.h"
 
+#include <cstddef>
 #include <set>
 #include <string>
 #include <tuple>

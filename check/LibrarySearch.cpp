@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <deque>
+#include <initializer_list>
 #include <set>
+#include <utility>
 
 namespace {
 

@@ -3,6 +3,8 @@
 #include "check/DeviceRoot.h"
 #include "check/ElfFile.h"
 
+#include <cstddef>
+#include <cstdint>
 #include <map>
 #include <string>
 #include <vector>

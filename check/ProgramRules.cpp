@@ -1,7 +1,9 @@
 #include "check/ProgramRules.h"
 
-#include <algorithm>
 #include <array>
+#include <cstdint>
+#include <utility>
+#include <vector>
 
 namespace {
 

@@ -1,6 +1,14 @@
 #include "check/ReportJson.h"
 
+#include "check/ConfigurationReport.h"
+#include "check/Finding.h"
+#include "check/FindingList.h"
+#include "check/ServicePlan.h"
+#include "xmlconfig/XmlPlaces.h"
+
 #include <nlohmann/json.hpp>
+
+#include <vector>
 
 namespace {
 

@@ -1,6 +1,11 @@
 #include "check/ReportTable.h"
 
+#include "check/ConfigurationReport.h"
 #include "check/EscapedText.h"
+#include "check/Finding.h"
+#include "check/FindingList.h"
+#include "check/ServicePlan.h"
+#include "xmlconfig/XmlPlaces.h"
 
 #include <vector>
 

@@ -1,6 +1,14 @@
 #include "check/ReportText.h"
 
+#include "check/ConfigurationReport.h"
 #include "check/EscapedText.h"
+#include "check/Finding.h"
+#include "check/FindingList.h"
+#include "check/ServicePlan.h"
+#include "xmlconfig/XmlPlaces.h"
+
+#include <cstddef>
+#include <vector>
 
 namespace {
 

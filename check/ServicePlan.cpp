@@ -5,8 +5,10 @@
 #include "launcher/ListDirectory.h"
 #include "launcher/ServiceCommand.h"
 
-#include <algorithm>
+#include <initializer_list>
+#include <memory>
 #include <set>
+#include <type_traits>
 #include <utility>
 
 namespace {

@@ -3,11 +3,14 @@
 #include "check/InterpreterLine.h"
 #include "check/ServerSearch.h"
 #include "launcher/ServiceCommand.h"
+#include "xmlconfig/XmlPlaces.h"
 
 #include <algorithm>
 #include <array>
 #include <map>
+#include <memory>
 #include <set>
+#include <utility>
 #include <vector>
 
 namespace {

@@ -1,10 +1,12 @@
 #pragma once
 
 #include "check/ConfigurationReport.h"
+#include "check/DeviceRoot.h"
 #include "check/FindingList.h"
 #include "check/ProgramRules.h"
 #include "check/ServicePlan.h"
 
+#include <cstddef>
 #include <string>
 #include <vector>
 

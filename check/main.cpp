@@ -1,3 +1,4 @@
+#include "check/CheckReport.h"
 #include "check/CommandLine.h"
 #include "check/DeviceCheck.h"
 #include "check/ReportJson.h"

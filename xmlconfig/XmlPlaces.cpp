@@ -7,8 +7,8 @@
 #include <tinyxml.h>
 
 #include <algorithm>
-#include <cstring>
 #include <memory>
+#include <utility>
 
 namespace {
 

@@ -4,7 +4,8 @@
 #include <memory>
 
 // TinyXML's header stays out of ours.
-class TiXmlDocument;
+// IWYU pragma: no_include "xmlconfig/XmlConfigureTree.h"
+class TiXmlDocument; // IWYU pragma: keep
 
 /// What every parse of this system does before and after the library's own: the copy of a text that the parser needs, and
 /// the encoding that a text declares. Both stand here because a parse that keeps places must read as the others do.
