@@ -148,18 +148,18 @@ const char* ReasonText(PassedOver::Reason reason) noexcept {
 }
 
 std::string PlanStep::reason() const {
+    const std::string open = isOpen ? "open: several match, and the order of the directory on the device decides" : "";
     switch (action) {
     case Action::SkipDisabled:
         return "disabled";
     case Action::SkipTooLong:
-        return "the command has more than " + std::to_string(ServiceCommand::BufferSize - 1) + " bytes";
+        // Another of the files may be the first on the device, and its command short enough.
+        return "the command has more than " + std::to_string(ServiceCommand::BufferSize - 1) + " bytes" +
+               (isOpen ? "; " + open : "");
     default:
         break;
     }
-    if (file.empty()) {
-        return "no start program matches";
-    }
-    return isOpen ? "open: several match, and the order of the directory on the device decides" : "";
+    return file.empty() ? "no start program matches" : open;
 }
 
 std::vector<PlanStep> MakePlan(const std::vector<ProtocolTypeInfo>& records, const ServiceDirectory& services,

@@ -75,6 +75,15 @@ TEST(ServicePlanTest, AChoiceAmongSeveralIsOpenUnlessTheOrderIsTheDevices) {
     EXPECT_FALSE(StartPlan("A", Services({"A_loadservice"}, false)).front().isOpen);
 }
 
+TEST(ServicePlanTest, AChoiceIsOpenAlsoWhereTheCommandOfTheFirstIsTooLong) {
+    const std::string longName = "A_loadservice" + std::string(40, 'x');
+    const std::string tooLong = "the command has more than 63 bytes";
+
+    EXPECT_EQ(StartPlan("A", Services({longName, "A_loadservice"}, false)).front().reason(),
+              tooLong + "; open: several match, and the order of the directory on the device decides");
+    EXPECT_EQ(StartPlan("A", Services({longName, "A_loadservice"}, true)).front().reason(), tooLong);
+}
+
 TEST(ServicePlanTest, NamesThatDoNotCountArePassedOverWithTheReason) {
     ServiceDirectory services = Services({"a_loadservice", "B_loadservice"}, false);
     services.otherCase = {"A_LoadService", "B_LoadService"};
