@@ -51,6 +51,11 @@ struct ConfigurationReport {
 
     bool isUsable() const noexcept { return state == State::Usable; }
 
+    /// @return whether this program could not find out if the launcher would use the file.
+    bool isUnknown() const noexcept {
+        return state == State::Unreadable || state == State::TooLarge || state == State::TooMuch;
+    }
+
     /// @return the element that a record was read from.
     const XmlPlacedElement& entry(size_t record) const { return section->children[firstEntry + record]; }
 

@@ -50,7 +50,8 @@ void ReadConfigurations(const CheckRequest& request, const DeviceRoot& device, C
                 : ReadConfiguration(machine, AbsolutePath(request.configuration), "configuration"));
         out.configurations.push_back(ReadConfiguration(device, FactoryCopyPath(), "factory copy"));
     }
-    // The launcher's own order and rule; a copy that ends the launcher also ends the search.
+    // The launcher's own order and rule; a copy that ends the launcher also ends the search, and so does one of which it
+    // is not known whether the launcher would use it.
     size_t next = 0;
     static_cast<void>(FirstUsableCopy([&out, &next](const std::string&) {
         if (next == out.configurations.size()) {
@@ -58,12 +59,15 @@ void ReadConfigurations(const CheckRequest& request, const DeviceRoot& device, C
         }
         ConfigurationReport& report = out.configurations[next++];
         report.inForce = report.isUsable();
-        return report.inForce || report.state == State::TooManyEntries;
+        return report.inForce || report.isUnknown() || report.state == State::TooManyEntries;
     }));
     for (const ConfigurationReport& report : out.configurations) {
         CheckConfiguration(report, out.findings);
     }
-    if (out.inForce() == nullptr) {
+    if (out.configurations[next - 1].isUnknown()) {
+        out.findings.add(out.configurations[next - 1].path, {}, "not-looked-at",
+                         "so it is not known which configuration is in force, and nothing is planned");
+    } else if (out.inForce() == nullptr) {
         out.findings.add(out.configurations.front().path, {}, "no-configuration",
                          "no configuration is in force: nothing would be started or stopped");
     }

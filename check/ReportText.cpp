@@ -33,15 +33,17 @@ std::string Count(size_t count, const std::string& noun) {
     return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
-std::string ConfigurationLine(const ConfigurationReport& report) {
+std::string ConfigurationLine(const ConfigurationReport& report, bool isOneInForce) {
     std::string line = report.role + ": " + EscapedText(report.path) + ": ";
     if (report.inForce) {
         return line + "in force, " + std::to_string(report.records.size()) + " entries\n";
     }
     if (report.isUsable()) {
-        return line + "not in force, the other copy is; " + std::to_string(report.records.size()) + " entries\n";
+        return line +
+               (isOneInForce ? "not in force, the other copy is; " : "usable, but stands behind the other copy; ") +
+               std::to_string(report.records.size()) + " entries\n";
     }
-    line += "cannot be used: ";
+    line += report.isUnknown() ? "not known: " : "cannot be used: ";
     if (!report.text.topLevel.empty() || !report.text.reason.empty()) {
         line += std::to_string(report.place.line) + ":" + std::to_string(report.place.column) + ": ";
     }
@@ -88,7 +90,7 @@ std::string ReportAsText(const CheckReport& report, const ReportStyle& style) {
     std::string text;
     if (!style.quiet) {
         for (const ConfigurationReport& configuration : report.configurations) {
-            text += ConfigurationLine(configuration);
+            text += ConfigurationLine(configuration, report.inForce() != nullptr);
         }
         if (!report.root.empty()) {
             text += "start programs: " + EscapedText(report.services.path) + ": " +

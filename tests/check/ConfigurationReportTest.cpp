@@ -34,6 +34,18 @@ std::string PlaceText(const ConfigurationReport& report) {
     return std::to_string(report.place.line) + ":" + std::to_string(report.place.column);
 }
 
+// What a function returns to a user who may not read everything, as root may.
+template <class Function>
+std::string TextForAnyone(const Function& function) {
+    const ChildResult child = RunInChild([&function] {
+        if (geteuid() == 0) {
+            ASSERT_EQ(setuid(65534), 0);
+        }
+        static_cast<void>(std::printf("%s", std::string(function()).c_str()));
+    });
+    return child.output;
+}
+
 const std::string Entries = EntryText("A", "1") + EntryText("B", "2", "false");
 
 } // namespace
@@ -80,15 +92,10 @@ TEST(ConfigurationReportTest, AFileThatThisUserMayNotReadIsUnreadable) {
     image.setMode("", 0755);
     for (const char* closed : {"/mnt/mtd/code", Path}) {
         image.setMode(closed, 0);
-        const ChildResult child = RunInChild([&image] {
-            if (geteuid() == 0) {
-                ASSERT_EQ(setuid(65534), 0); // root may read everything
-            }
-            static_cast<void>(std::printf("%s", StateName(Read(image).state)));
-        });
+        const std::string state = TextForAnyone([&image] { return StateName(Read(image).state); });
         image.setMode(closed, 0755);
 
-        EXPECT_EQ(child.output, "unreadable") << closed;
+        EXPECT_EQ(state, "unreadable") << closed;
     }
 }
 
@@ -163,4 +170,43 @@ TEST(ConfigurationReportTest, BehindAWorkingCopyThatEndsTheLauncherNothingIsInFo
     EXPECT_EQ(report.inForce(), nullptr);
     EXPECT_TRUE(report.configurations[1].isUsable());
     EXPECT_EQ(report.exitStatus(), 2);
+}
+
+TEST(ConfigurationReportTest, BehindAWorkingCopyOfWhichNothingIsKnownNothingIsInForceAndNothingPlanned) {
+    const DeviceImage image;
+    image.write(DeviceImage::Working, "x");
+    std::filesystem::resize_file(image.onHost(DeviceImage::Working), ConfigurationReport::MaxSize + 1);
+
+    const CheckReport report = image.check("start");
+
+    EXPECT_EQ(report.inForce(), nullptr);
+    EXPECT_TRUE(report.plan.empty());
+    EXPECT_NE(FindingsText(report).find("it is not known which configuration is in force"), std::string::npos);
+    EXPECT_FALSE(HasRule(report, "no-configuration"));
+    EXPECT_EQ(report.exitStatus(), 1);
+}
+
+TEST(ConfigurationReportTest, AFactoryCopyOfWhichNothingIsKnownMattersOnlyWhereItsTurnComes) {
+    const DeviceImage image;
+    image.write(DeviceImage::Factory, "x");
+    std::filesystem::resize_file(image.onHost(DeviceImage::Factory), ConfigurationReport::MaxSize + 1);
+
+    EXPECT_EQ(image.check("start").inForce()->role, "working copy");
+
+    image.remove(DeviceImage::Working);
+    EXPECT_EQ(image.check("start").inForce(), nullptr);
+    EXPECT_FALSE(HasRule(image.check("start"), "no-configuration"));
+}
+
+TEST(ConfigurationReportTest, AWorkingCopyThatThisUserMayNotReadIsNotTakenForOneThatCannotBeUsed) {
+    const DeviceImage image;
+    image.setMode("", 0755);
+    image.setMode(DeviceImage::Working, 0);
+
+    const std::string inForce = TextForAnyone([&image] {
+        const CheckReport report = image.check("start");
+        return report.inForce() == nullptr && report.plan.empty() ? "none" : "one";
+    });
+
+    EXPECT_EQ(inForce, "none");
 }

@@ -8,6 +8,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include <filesystem>
 #include <string>
 
 namespace {
@@ -92,6 +93,17 @@ TEST_F(ReportTest, TheTextTellsWhyAndWhereAConfigurationCannotBeUsed) {
 
     image.write(DeviceImage::Working, "\n<a>");
     EXPECT_NE(ReportAsText(image.check("start"), {}).find("cannot be used: 2:4: the text ends too early: "),
+              std::string::npos);
+}
+
+TEST_F(ReportTest, TheTextTellsACopyThatIsNotKnownFromOneThatCannotBeUsed) {
+    std::filesystem::resize_file(image.onHost(DeviceImage::Working), ConfigurationReport::MaxSize + 1);
+
+    const std::string text = withoutRoot(ReportAsText(image.check(), {}));
+
+    EXPECT_NE(text.find("config_file/protocolconfig.xml: not known: it has more than 16777216 bytes"),
+              std::string::npos);
+    EXPECT_NE(text.find("factory_setting/protocolconfig.xml: usable, but stands behind the other copy; 2 entries\n"),
               std::string::npos);
 }
 
