@@ -19,8 +19,12 @@ struct OpenedInRoot {
         open_how how = {};
         how.flags = O_PATH | O_CLOEXEC;
         how.resolve = RESOLVE_IN_ROOT;
-        const auto opened = static_cast<int>(syscall(SYS_openat2, directory, path.c_str(), &how, sizeof how));
-        error = opened < 0 ? errno : 0;
+        // EAGAIN: something was renamed or mounted meanwhile, anywhere, and there is a ".." on the way.
+        int opened = -1;
+        do {
+            opened = static_cast<int>(syscall(SYS_openat2, directory, path.c_str(), &how, sizeof how));
+            error = opened < 0 ? errno : 0;
+        } while (error == EAGAIN);
         if (opened >= 0) {
             error = fstat(opened, &status) == 0 ? 0 : errno;
             static_cast<void>(close(opened));
