@@ -214,7 +214,7 @@ class Tree:
         text += "".join(self.entry(element) for element in elements)
         if rare > 0.984:
             self.tags.add("entries around the limit")
-            more = MOST_ENTRIES - count + self.one([-1, 0, 0, 0, 1, 1, 2])
+            more = MOST_ENTRIES - count + self.one([-1, 0, 0, 1, 1, 1, 2])
             text += "<a/>" * more
         return text
 
