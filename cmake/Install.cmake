@@ -1,5 +1,6 @@
-# The launcher, its libraries and headers, a CMake package to find them by, and what people read.
+# The launcher, its libraries and headers, a CMake package and a pkg-config file to find them by, and what people read.
 include(CMakePackageConfigHelpers)
+include(cmake/PkgConfig.cmake)
 
 get_property(libraries GLOBAL PROPERTY WYVERN_LIBRARIES)
 install(TARGETS Wyvern RUNTIME DESTINATION ${CMAKE_INSTALL_BINDIR} COMPONENT launcher)
@@ -30,6 +31,8 @@ configure_package_config_file(
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/WyvernConfigVersion.cmake COMPATIBILITY SameMinorVersion)
 install(FILES ${PROJECT_BINARY_DIR}/WyvernConfig.cmake ${PROJECT_BINARY_DIR}/WyvernConfigVersion.cmake
     DESTINATION ${package_dir} COMPONENT development)
+wyvern_write_pkg_config(${PROJECT_BINARY_DIR}/wyvern.pc)
+install(FILES ${PROJECT_BINARY_DIR}/wyvern.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 install(FILES ${PROJECT_SOURCE_DIR}/LICENSE DESTINATION ${CMAKE_INSTALL_DOCDIR} COMPONENT development)
 
 # For people: the manual, the schema that editors read, configurations to begin with.
