@@ -48,3 +48,9 @@ install(FILES ${PROJECT_SOURCE_DIR}/docs/protocolconfig.xsd
 install(FILES
     ${PROJECT_SOURCE_DIR}/examples/protocolconfig.utf-8.xml ${PROJECT_SOURCE_DIR}/examples/protocolconfig.gb2312.xml
     DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples COMPONENT documentation)
+
+# For the start of a device; nothing of it is switched on by being there.
+install(FILES ${PROJECT_SOURCE_DIR}/startup/wyvern.service DESTINATION lib/systemd/system COMPONENT startup)
+install(PROGRAMS ${PROJECT_SOURCE_DIR}/startup/S90wyvern ${PROJECT_SOURCE_DIR}/startup/wyvern.openrc
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/startup COMPONENT startup)
+install(FILES ${PROJECT_SOURCE_DIR}/startup/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/startup COMPONENT startup)

@@ -1,5 +1,5 @@
-# wyvern.pc: the libraries for whoever builds without CMake. Paths are relative to the file itself, so that a prefix can be
-# moved, as the CMake package can.
+# wyvern.pc: the libraries for whoever builds without CMake. Paths are relative to the file itself, so that a prefix can
+# be moved, as the CMake package can.
 
 # Appends what links `library`, an installed library's file, to the list `output`.
 function(wyvern_link_installed output library)
