@@ -53,4 +53,5 @@ install(FILES
 install(FILES ${PROJECT_SOURCE_DIR}/startup/wyvern.service DESTINATION lib/systemd/system COMPONENT startup)
 install(PROGRAMS ${PROJECT_SOURCE_DIR}/startup/S90wyvern ${PROJECT_SOURCE_DIR}/startup/wyvern.openrc
     DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/startup COMPONENT startup)
-install(FILES ${PROJECT_SOURCE_DIR}/startup/README.md DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/startup COMPONENT startup)
+install(FILES ${PROJECT_SOURCE_DIR}/startup/README.md
+    DESTINATION ${CMAKE_INSTALL_DOCDIR}/examples/startup COMPONENT startup)
