@@ -50,7 +50,7 @@ Static libraries and headers: an XML configuration tree, safe pointers with
 pooled records, singletons, checked mutexes, a character-set converter and a
 file layer. Found by CMake and by pkg-config.")
 
-# What PackageByGenerator.cmake and FinishPackage.cmake need to know.
+# What PackageByGenerator.cmake, FinishDebian.cmake and FinishArchive.cmake need to know.
 set(CPACK_WYVERN_SOURCE_DIR "${PROJECT_SOURCE_DIR}")
 set(CPACK_WYVERN_STRIP "${CMAKE_STRIP}")
 set(CPACK_WYVERN_LIBICONV_INSIDE ON)
