@@ -1,11 +1,13 @@
 #include "check/ChoiceRules.h"
 
+#include "check/LetterCase.h"
 #include "launcher/ServiceCommand.h"
 #include "protocol/ProtocolTypeInfo.h"
 #include "xmlconfig/XmlPlaces.h"
 
 #include <algorithm>
 #include <array>
+#include <climits>
 #include <cstddef>
 #include <iterator>
 #include <map>
@@ -17,16 +19,20 @@
 namespace {
 
 // Names compared with one another: the work grows with the square.
-constexpr size_t MaxCompared = 2000;
+constexpr size_t MaxCompared = 1000;
+// A longer name is in no start program's, which is the name of a file.
+constexpr size_t MaxNameLength = NAME_MAX;
 
 // What editors, package managers and copies leave beside a file, and how its name ends or what it holds then.
-constexpr std::array<const char*, 15> LeftoverEnds = {"~",        ".bak",  ".orig", ".old",    ".save",
-                                                      ".swp",     ".swo",  ".tmp",  ".rej",    "-opkg",
-                                                      ".ipk-new", ".copy", ".new",  ".rpmnew", ".rpmsave"};
+constexpr std::array<const char*, 20> LeftoverEnds = {
+    "~",    ".bak", ".backup", ".orig",    ".old",     "_old",  ".save", ".disabled", ".swp",    ".swo",
+    ".swn", ".tmp", ".rej",    ".ipk-new", ".apk-new", "-opkg", ".copy", ".new",      ".rpmnew", ".rpmsave"};
 constexpr std::array<const char*, 2> LeftoverParts = {".dpkg-", ".ucf-"};
 
-bool IsLeftover(const std::string& name) {
-    return std::any_of(LeftoverEnds.begin(), LeftoverEnds.end(),
+bool IsLeftover(const std::string& original) {
+    const std::string name = ToLower(original);
+    return (name.front() == '#' && name.back() == '#') ||
+           std::any_of(LeftoverEnds.begin(), LeftoverEnds.end(),
                        [&name](const std::string& end) {
                            const size_t at = name.rfind(end);
                            return at != std::string::npos && at + end.size() == name.size();
@@ -35,19 +41,18 @@ bool IsLeftover(const std::string& name) {
                        [&name](const char* part) { return name.find(part) != std::string::npos; });
 }
 
+bool MatchesToo(const PassedOver& other) {
+    return other.mayBeTaken() || other.reason == PassedOver::Reason::Later;
+}
+
 std::string Listed(const PlanStep& step) {
     std::string text = "\"" + step.file + "\"";
     for (const PassedOver& other : step.passedOver) {
-        if (other.reason == PassedOver::Reason::Later) {
+        if (MatchesToo(other)) {
             text += ", \"" + other.name + "\"";
         }
     }
     return text;
-}
-
-bool HasOther(const PlanStep& step, PassedOver::Reason reason) {
-    return std::any_of(step.passedOver.begin(), step.passedOver.end(),
-                       [reason](const PassedOver& other) { return other.reason == reason; });
 }
 
 XmlPlace NamePlace(const ConfigurationReport& report, size_t record) {
@@ -66,7 +71,7 @@ void CheckStep(const ConfigurationReport& report, size_t record, const PlanStep&
         }
         findings.add(report.path, place, "program-missing", text);
     }
-    if (HasOther(step, PassedOver::Reason::Later)) {
+    if (std::any_of(step.passedOver.begin(), step.passedOver.end(), MatchesToo)) {
         findings.add(report.path, place, "program-ambiguous",
                      who + ": the first of these in the order of the directory is run: " + Listed(step));
     }
@@ -76,24 +81,37 @@ void CheckStep(const ConfigurationReport& report, size_t record, const PlanStep&
                          who + ": \"" + other.name + "\" differs only in letter case and does not count");
         }
     }
-    if (step.action == PlanStep::Action::SkipTooLong) {
-        findings.add(report.path, place, "command-too-long",
-                     who + ": the command for \"" + step.file + "\" has more than " +
-                         std::to_string(ServiceCommand::BufferSize - 1) + " bytes and is refused");
+    if (step.isCut) {
+        findings.add(report.path, place, "not-looked-at",
+                     who + ": more than " + std::to_string(PlanStep::MaxPassedOver) +
+                         " other names match or nearly match, and the rest was not looked at");
     }
 }
 
-void CheckShared(const ConfigurationReport& report, const std::vector<PlanStep>& plan, FindingList& findings) {
-    std::map<std::string, size_t> takenBy;
-    for (size_t i = 0; i < plan.size(); ++i) {
-        if (plan[i].file.empty()) {
+void CheckLength(const ConfigurationReport& report, const std::vector<PlanStep>& steps, const char* what,
+                 FindingList& findings) {
+    for (const PlanStep& step : steps) {
+        if (step.action == PlanStep::Action::SkipTooLong) {
+            findings.add(report.path, NamePlace(report, step.order - 1), "command-too-long",
+                         "protocol \"" + step.protocol + "\": the command to " + what + " \"" + step.file +
+                             "\" has more than " + std::to_string(ServiceCommand::BufferSize - 1) +
+                             " bytes and is refused" + step.condition());
+        }
+    }
+}
+
+void CheckShared(const ConfigurationReport& report, const std::vector<PlanStep>& steps, FindingList& findings) {
+    std::map<std::string, const PlanStep*> takenBy;
+    for (const PlanStep& step : steps) {
+        if (step.file.empty()) {
             continue;
         }
-        const auto first = takenBy.emplace(plan[i].file, i);
+        const auto first = takenBy.emplace(step.file, &step);
         if (!first.second) {
-            findings.add(report.path, NamePlace(report, i), "program-shared",
-                         "protocol \"" + plan[i].protocol + "\" takes \"" + plan[i].file + "\", as protocol \"" +
-                             plan[first.first->second].protocol + "\" does");
+            findings.add(report.path, NamePlace(report, step.order - 1), "program-shared",
+                         "protocol \"" + step.protocol + "\" takes \"" + step.file + "\", as protocol \"" +
+                             first.first->second->protocol + "\" does" +
+                             (step.isOpen ? step : *first.first->second).condition());
         }
     }
 }
@@ -113,7 +131,7 @@ void CheckContained(const ConfigurationReport& report, FindingList& findings) {
         const std::string& name = report.records[i].getProtocolName();
         for (size_t j = 0; j < count && !name.empty(); ++j) {
             const std::string& other = report.records[j].getProtocolName();
-            if (name.size() < other.size() && other.find(name) != std::string::npos) {
+            if (name.size() < other.size() && other.size() <= MaxNameLength && other.find(name) != std::string::npos) {
                 findings.add(report.path, NamePlace(report, i), "name-contained", ContainedText(name, other));
                 break;
             }
@@ -123,18 +141,23 @@ void CheckContained(const ConfigurationReport& report, FindingList& findings) {
 
 } // namespace
 
-void CheckChoice(const ConfigurationReport& report, const std::vector<PlanStep>& plan, const ServiceDirectory& services,
-                 FindingList& findings) {
+void CheckChoice(const ConfigurationReport& report, const std::vector<PlanStep>& start,
+                 const std::vector<PlanStep>& stop, const ServiceDirectory& services, FindingList& findings) {
     if (services.isCut) {
         findings.add(services.path, {}, "not-looked-at",
-                     "only the first " + std::to_string(ServiceDirectory::MaxNames) + " start programs were looked at");
+                     "of the names that the launcher passes over, only " +
+                         std::to_string(ServiceDirectory::MaxPassedOver) + " of a kind, and those among the first " +
+                         std::to_string(ServiceDirectory::MaxEntries) + " names, were looked at");
     }
-    for (size_t i = 0; i < plan.size(); ++i) {
-        if (plan[i].action != PlanStep::Action::SkipDisabled) {
-            CheckStep(report, i, plan[i], findings);
+    for (const PlanStep& step : start) {
+        if (step.action != PlanStep::Action::SkipDisabled) {
+            CheckStep(report, step.order - 1, step, findings);
         }
     }
-    CheckShared(report, plan, findings);
+    const std::vector<PlanStep> starts = WithOpenChoices(start, ServiceCommand::StartMode);
+    CheckLength(report, starts, "start", findings);
+    CheckLength(report, WithOpenChoices(stop, ServiceCommand::StopMode), "stop the server of", findings);
+    CheckShared(report, starts, findings);
     CheckContained(report, findings);
 }
 

@@ -7,9 +7,9 @@
 #include <vector>
 
 /// Which start program each protocol of a configuration gets: none, several, another's, or one that was left behind.
-/// @param plan the start plan of the report's records.
-void CheckChoice(const ConfigurationReport& report, const std::vector<PlanStep>& plan, const ServiceDirectory& services,
-                 FindingList& findings);
+/// @param start the start plan of the report's records, and `stop` the stop plan.
+void CheckChoice(const ConfigurationReport& report, const std::vector<PlanStep>& start,
+                 const std::vector<PlanStep>& stop, const ServiceDirectory& services, FindingList& findings);
 
 /// Start programs that no protocol of any configuration takes, enabled or not; leftovers among all.
 void CheckUntaken(const std::vector<const ConfigurationReport*>& reports, const ServiceDirectory& services,

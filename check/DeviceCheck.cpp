@@ -14,7 +14,6 @@
 #include "launcher/ServiceCommand.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <filesystem>
 #include <memory>
 #include <set>
@@ -73,36 +72,59 @@ void ReadConfigurations(const CheckRequest& request, const DeviceRoot& device, C
     }
 }
 
-void CheckFallback(const ServiceDirectory& services, CheckReport& out) {
-    if (!out.configurations[0].isUsable() || !out.configurations[1].isUsable()) {
+/// The plans of a configuration.
+struct Plans {
+    const ConfigurationReport* configuration;
+    std::vector<PlanStep> start;
+    std::vector<PlanStep> stop;
+};
+
+// Of each copy that is usable and can be planned.
+std::vector<Plans> MakePlans(CheckReport& out) {
+    std::vector<Plans> all;
+    for (const ConfigurationReport& report : out.configurations) {
+        if (!report.isUsable() || out.services.state == ServiceDirectory::State::Unknown) {
+            continue;
+        }
+        if (IsTooMuchToPlan(report.records.size(), out.services)) {
+            out.findings.add(report.path, {}, "not-looked-at",
+                             "its " + std::to_string(report.records.size()) + " entries and the " +
+                                 std::to_string(out.services.names.size()) + " start programs in " + out.services.path +
+                                 " are too many for each other, and nothing is planned");
+            continue;
+        }
+        all.push_back({&report, MakePlan(report.records, out.services, ServiceCommand::StartMode),
+                       MakePlan(report.records, out.services, ServiceCommand::StopMode)});
+    }
+    return all;
+}
+
+void CheckFallback(const std::vector<Plans>& plans, CheckReport& out) {
+    if (plans.size() < 2) {
         return;
     }
     out.hasFallback = true;
-    const auto compare = [&services, &out](int32_t mode) {
-        return ComparePlans(MakePlan(out.configurations[0].records, services, mode),
-                            MakePlan(out.configurations[1].records, services, mode));
-    };
-    out.startDifferences = compare(ServiceCommand::StartMode);
-    out.stopDifferences = compare(ServiceCommand::StopMode);
+    out.startDifferences = ComparePlans(plans[0].start, plans[1].start, ServiceCommand::StartMode);
+    out.stopDifferences = ComparePlans(plans[0].stop, plans[1].stop, ServiceCommand::StopMode);
 }
 
 // The programs that may be run: where the order of the directory is open, each that could be the first.
 std::set<std::string> ProgramsOf(const std::vector<PlanStep>& plan) {
     std::set<std::string> files;
-    for (const PlanStep& step : plan) {
+    for (const PlanStep& step : WithOpenChoices(plan, ServiceCommand::StartMode)) {
         if (!step.file.empty()) {
             files.insert(step.file);
-        }
-        for (const PassedOver& other : step.passedOver) {
-            if (step.isOpen && other.reason == PassedOver::Reason::Later) {
-                files.insert(other.name);
-            }
         }
     }
     return files;
 }
 
-void CheckImage(const DeviceRoot& device, size_t maxEntries, CheckReport& out) {
+size_t UsableCount(const CheckReport& report) {
+    return static_cast<size_t>(std::count_if(report.configurations.begin(), report.configurations.end(),
+                                             [](const ConfigurationReport& each) { return each.isUsable(); }));
+}
+
+void CheckImage(const DeviceRoot& device, const std::string& planMode, size_t maxEntries, CheckReport& out) {
     out.services = ListServices(device);
     const ServiceDirectory& services = out.services;
     ProgramRules programs(device, out.findings);
@@ -111,33 +133,36 @@ void CheckImage(const DeviceRoot& device, size_t maxEntries, CheckReport& out) {
             out.root, {}, "partial-tree",
             "neither /bin nor /usr/bin is there, so interpreters, libraries and killall are not looked for");
     }
-    if (!services.isThere) {
-        out.findings.add(services.path, {}, "services-missing",
-                         "the directory of the start programs is not there, or cannot be listed");
+    if (services.state == ServiceDirectory::State::Missing) {
+        out.findings.add(services.path, {}, "services-missing", "the directory of the start programs is not there");
+    } else if (services.state == ServiceDirectory::State::Unknown) {
+        out.findings.add(services.path, {}, "not-looked-at",
+                         "the directory of the start programs cannot be listed by this user, and nothing is planned");
     }
-    std::vector<const ConfigurationReport*> usable;
-    for (const ConfigurationReport& report : out.configurations) {
-        if (!report.isUsable()) {
-            continue;
-        }
-        usable.push_back(&report);
-        const std::vector<PlanStep> start = MakePlan(report.records, services, ServiceCommand::StartMode);
-        CheckChoice(report, start, services, out.findings);
-        for (const std::string& file : ProgramsOf(start)) {
+    const std::vector<Plans> plans = MakePlans(out);
+    std::vector<const ConfigurationReport*> planned;
+    for (const Plans& each : plans) {
+        planned.push_back(each.configuration);
+        CheckChoice(*each.configuration, each.start, each.stop, services, out.findings);
+        for (const std::string& file : ProgramsOf(each.start)) {
             CheckName(device.onHost(ServiceCommand::ServiceDir + file), file, out.findings);
             programs.check(ServiceCommand::ServiceDir + file);
         }
-        CheckStop(device, report, MakePlan(report.records, services, ServiceCommand::StopMode), maxEntries, programs,
-                  out.findings);
+        CheckStop(device, *each.configuration, WithOpenChoices(each.stop, ServiceCommand::StopMode), maxEntries,
+                  programs, out.findings);
+        if (each.configuration->inForce && !planMode.empty()) {
+            out.plan = planMode == "start" ? each.start : each.stop;
+        }
     }
-    if (!usable.empty()) {
-        CheckUntaken(usable, services, out.findings);
+    // What is not planned may take any of them.
+    if (!planned.empty() && planned.size() == UsableCount(out)) {
+        CheckUntaken(planned, services, out.findings);
     }
     if (programs.hasGivenUp()) {
         out.findings.add(out.root, {}, "not-looked-at",
                          "the programs and libraries are more, or larger, than are looked at");
     }
-    CheckFallback(services, out);
+    CheckFallback(plans, out);
 }
 
 } // namespace
@@ -163,11 +188,7 @@ bool CheckDevice(const CheckRequest& request, CheckReport& out) {
     }
     ReadConfigurations(request, device, out);
     if (!request.root.empty()) {
-        CheckImage(device, request.maxEntries, out);
-    }
-    if (!request.planMode.empty() && out.inForce() != nullptr) {
-        out.plan = MakePlan(out.inForce()->records, out.services,
-                            request.planMode == "start" ? ServiceCommand::StartMode : ServiceCommand::StopMode);
+        CheckImage(device, request.planMode, request.maxEntries, out);
     }
     out.planMode = request.planMode;
     if (request.strict) {

@@ -28,7 +28,9 @@ Json ConfigurationObject(const ConfigurationReport& report) {
 Json StepObject(const PlanStep& step) {
     Json passedOver = Json::array();
     for (const PassedOver& other : step.passedOver) {
-        passedOver.push_back({{"name", other.name}, {"reason", ReasonText(other.reason)}});
+        passedOver.push_back({{"choice", other.mayBeTaken() ? "or" : "not"},
+                              {"name", other.name},
+                              {"reason", ReasonText(other.reason)}});
     }
     return {{"order", step.order},
             {"protocol", step.protocol},
@@ -43,9 +45,10 @@ Json StepObject(const PlanStep& step) {
 void AddDifferences(const std::vector<PlanDifference>& differences, const char* mode, Json& out) {
     for (const PlanDifference& difference : differences) {
         out.push_back({{"mode", mode},
-                       {"onlyIn", difference.onlyInFirst ? "working" : "factory"},
+                       {"difference", DifferenceName(difference.kind)},
                        {"protocol", difference.protocol},
-                       {"command", difference.command}});
+                       {"command", difference.command},
+                       {"open", difference.isOpen}});
     }
 }
 
@@ -66,8 +69,8 @@ std::string ReportAsJson(const CheckReport& report, const ReportStyle& style) {
         }
         if (!report.root.empty()) {
             object["services"] = {{"path", report.services.path},
-                                  {"listed", report.services.isThere},
-                                  {"startPrograms", report.services.names}};
+                                  {"state", StateName(report.services.state)},
+                                  {"startPrograms", report.services.names.size()}};
         }
         object["fallback"] = Json::array();
         AddDifferences(report.startDifferences, "start", object["fallback"]);
@@ -89,5 +92,6 @@ std::string ReportAsJson(const CheckReport& report, const ReportStyle& style) {
     object["warnings"] = report.findings.count(Severity::Warning);
     object["notes"] = report.findings.count(Severity::Note);
     object["exitStatus"] = report.exitStatus();
-    return object.dump(2, ' ', false, Json::error_handler_t::replace) + "\n";
+    // Other characters than ASCII's as \uNNNN: some of them move a terminal's cursor.
+    return object.dump(2, ' ', true, Json::error_handler_t::replace) + "\n";
 }

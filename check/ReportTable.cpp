@@ -19,18 +19,25 @@ std::string Row(const std::vector<std::string>& columns) {
     return row + "\n";
 }
 
+const char* YesOrNo(bool is) {
+    return is ? "yes" : "no";
+}
+
 std::string ConfigurationRow(const ConfigurationReport& report) {
-    return Row({"file", report.role, report.path, StateName(report.state), report.inForce ? "yes" : "no",
-                std::to_string(report.place.line), std::to_string(report.place.column), report.reason});
+    return Row({"file", report.role, report.path, StateName(report.state), YesOrNo(report.inForce),
+                std::to_string(report.place.line), std::to_string(report.place.column), report.reason,
+                std::to_string(report.records.size())});
 }
 
 std::string PlanRows(const CheckReport& report) {
     std::string text;
     for (const PlanStep& step : report.plan) {
         text += Row({"plan", report.planMode, std::to_string(step.order), step.protocol,
-                     step.action == PlanStep::Action::Run ? "run" : "skip", step.reason(), step.file, step.command});
+                     step.action == PlanStep::Action::Run ? "run" : "skip", step.reason(), step.file, step.command,
+                     YesOrNo(step.isOpen)});
         for (const PassedOver& other : step.passedOver) {
-            text += Row({"candidate", std::to_string(step.order), step.protocol, other.name, ReasonText(other.reason)});
+            text += Row({"candidate", std::to_string(step.order), step.protocol, other.mayBeTaken() ? "or" : "not",
+                         other.name, ReasonText(other.reason)});
         }
     }
     return text;
@@ -39,8 +46,8 @@ std::string PlanRows(const CheckReport& report) {
 std::string DifferenceRows(const std::vector<PlanDifference>& differences, const char* mode) {
     std::string text;
     for (const PlanDifference& difference : differences) {
-        text += Row({"fallback", mode, difference.onlyInFirst ? "working" : "factory", difference.protocol,
-                     difference.command});
+        text += Row({"fallback", mode, DifferenceName(difference.kind), difference.protocol, difference.command,
+                     YesOrNo(difference.isOpen)});
     }
     return text;
 }
@@ -54,7 +61,7 @@ std::string ReportAsTable(const CheckReport& report, const ReportStyle& style) {
             text += ConfigurationRow(configuration);
         }
         if (!report.root.empty()) {
-            text += Row({"services", report.services.path, report.services.isThere ? "listed" : "missing",
+            text += Row({"services", report.services.path, StateName(report.services.state),
                          std::to_string(report.services.names.size())});
         }
         text += DifferenceRows(report.startDifferences, "start");

@@ -58,20 +58,30 @@ std::string PlanLines(const CheckReport& report) {
         text += step.action == PlanStep::Action::Run ? "run " + EscapedText(step.command) : "skip";
         text += reason.empty() ? "\n" : " (" + reason + ")\n";
         for (const PassedOver& other : step.passedOver) {
-            text += std::string("      ") +
-                    (step.isOpen && other.reason == PassedOver::Reason::Later ? "or " : "not ") +
-                    EscapedText(other.name) + ": " + ReasonText(other.reason) + "\n";
+            text += std::string("      ") + (other.mayBeTaken() ? "or " : "not ") + EscapedText(other.name) + ": " +
+                    ReasonText(other.reason) + "\n";
         }
     }
     return text;
 }
 
+const char* DifferenceText(const PlanDifference& difference) {
+    switch (difference.kind) {
+    case PlanDifference::Kind::OnlyInFirst:
+        return difference.isOpen ? " may no longer run" : " no longer runs";
+    case PlanDifference::Kind::OnlyInSecond:
+        return difference.isOpen ? " may also run" : " also runs";
+    default:
+        break;
+    }
+    return " runs in another order, from";
+}
+
 std::string DifferenceLines(const std::vector<PlanDifference>& differences, const char* mode) {
     std::string text;
     for (const PlanDifference& difference : differences) {
-        text += std::string("after a fallback to the factory copy, ") + mode +
-                (difference.onlyInFirst ? " no longer" : " also") + " runs: " + EscapedText(difference.command) + " (" +
-                EscapedText(difference.protocol) + ")\n";
+        text += std::string("after a fallback to the factory copy, ") + mode + DifferenceText(difference) + ": " +
+                EscapedText(difference.command) + " (" + EscapedText(difference.protocol) + ")\n";
     }
     return text;
 }
@@ -93,9 +103,11 @@ std::string ReportAsText(const CheckReport& report, const ReportStyle& style) {
             text += ConfigurationLine(configuration, report.inForce() != nullptr);
         }
         if (!report.root.empty()) {
-            text += "start programs: " + EscapedText(report.services.path) + ": " +
-                    (report.services.isThere ? std::to_string(report.services.names.size()) : "cannot be listed") +
-                    "\n";
+            text +=
+                "start programs: " + EscapedText(report.services.path) + ": " +
+                (report.services.state == ServiceDirectory::State::Listed ? std::to_string(report.services.names.size())
+                                                                          : StateName(report.services.state)) +
+                "\n";
         }
         text += DifferenceLines(report.startDifferences, "start");
         text += DifferenceLines(report.stopDifferences, "stop");

@@ -74,8 +74,8 @@ constexpr Rule Table[] = {
 
     // Choice of file.
     {"services-missing", Severity::Error,
-     "\"/factory_setting/\" is not there, is no directory or cannot be listed. The launcher takes it for empty and "
-     "runs \"/factory_setting/\" itself for each enabled protocol, which the shell refuses."},
+     "\"/factory_setting/\" is not there or is no directory. The launcher takes it for empty and runs "
+     "\"/factory_setting/\" itself for each enabled protocol, which the shell refuses."},
     {"program-missing", Severity::Error,
      "No name in \"/factory_setting/\" contains \"loadservice\" and the protocol's name, in exactly this letter case; "
      "directories and names with a leading dot do not count. The launcher runs \"/factory_setting/\" itself, which the "
@@ -86,7 +86,8 @@ constexpr Rule Table[] = {
     {"program-case", Severity::Warning,
      "A start program would match the protocol if letter case did not matter. It does. Rename the one or the other."},
     {"program-shared", Severity::Warning,
-     "One start program is taken by two enabled protocols: it is run twice, and the second stop finds nothing."},
+     "One start program is taken by two enabled protocols, or may be where the order of the directory is open: it is "
+     "run twice, and the second stop finds nothing."},
     {"program-untaken", Severity::Warning,
      "A start program that no entry of any usable configuration takes, enabled or not: its entry is missing, its name "
      "is misspelled, or another program stands in front of it."},
@@ -141,8 +142,9 @@ constexpr Rule Table[] = {
      "command, \"$(...)\" is run; and a \"-\" in front makes an option of what killall is given. Keep to letters, "
      "digits, \"_\", \"-\" and \".\"."},
     {"command-too-long", Severity::Error,
-     "The command has more than 63 bytes and is not run. That is 46 bytes for the name of a start program and 44 for "
-     "its part before the first \"_\"; a Chinese character takes three."},
+     "The command to start or to stop has more than 63 bytes and is not run. There is room for 46 bytes of the start "
+     "program's name, and for 44 of its part before the first \"_\"; a Chinese character takes three. Where the order "
+     "of the directory is open, each name that may be taken is looked at."},
 
     // Stop.
     {"server-name-long", Severity::Warning,

@@ -5,7 +5,9 @@
 #include "launcher/ListDirectory.h"
 #include "launcher/ServiceCommand.h"
 
+#include <algorithm>
 #include <initializer_list>
+#include <map>
 #include <memory>
 #include <set>
 #include <type_traits>
@@ -31,12 +33,14 @@ public:
     void addTo(PlanStep& step) const {
         const std::string wanted = ToLower(step.protocol);
         for (const auto& [original, lower] : names) {
+            if (lower.find(wanted) == std::string::npos) {
+                continue;
+            }
             if (step.passedOver.size() >= PlanStep::MaxPassedOver) {
+                step.isCut = true;
                 return;
             }
-            if (lower.find(wanted) != std::string::npos) {
-                step.passedOver.push_back({original, PassedOver::Reason::OtherCase});
-            }
+            step.passedOver.push_back({original, PassedOver::Reason::OtherCase});
         }
     }
 
@@ -47,13 +51,25 @@ private:
 void AddPassedOver(const std::vector<std::string>& names, PassedOver::Reason reason, const std::string& protocolName,
                    PlanStep& step) {
     for (const std::string& name : names) {
+        if (name == step.file || !ServiceCommand::serves(name, protocolName)) {
+            continue;
+        }
         if (step.passedOver.size() >= PlanStep::MaxPassedOver) {
+            step.isCut = true;
             return;
         }
-        if (name != step.file && ServiceCommand::serves(name, protocolName)) {
-            step.passedOver.push_back({name, reason});
-        }
+        step.passedOver.push_back({name, reason});
     }
+}
+
+// What the launcher makes of its choice among these names.
+void Compose(const std::vector<std::string>& names, int32_t mode, PlanStep& step) {
+    const ServiceCommand command(names, step.protocol, mode);
+    step.action =
+        command.state() == ServiceCommand::State::TooLong ? PlanStep::Action::SkipTooLong : PlanStep::Action::Run;
+    step.file = command.file();
+    step.prefix = command.prefix();
+    step.command = command.text();
 }
 
 PlanStep MakeStep(const ProtocolTypeInfo& record, const ServiceDirectory& services, const NamesInLowerCase& lower,
@@ -64,13 +80,9 @@ PlanStep MakeStep(const ProtocolTypeInfo& record, const ServiceDirectory& servic
         step.action = PlanStep::Action::SkipDisabled;
         return step;
     }
-    const ServiceCommand command(services.names, step.protocol, mode);
-    step.action =
-        command.state() == ServiceCommand::State::TooLong ? PlanStep::Action::SkipTooLong : PlanStep::Action::Run;
-    step.file = command.file();
-    step.prefix = command.prefix();
-    step.command = command.text();
-    AddPassedOver(services.names, PassedOver::Reason::Later, step.protocol, step);
+    Compose(services.names, mode, step);
+    const auto later = services.hasTheDevicesOrder ? PassedOver::Reason::Later : PassedOver::Reason::MaybeNext;
+    AddPassedOver(services.names, later, step.protocol, step);
     step.isOpen = !step.passedOver.empty() && !services.hasTheDevicesOrder;
     AddPassedOver(services.directories, PassedOver::Reason::IsDirectory, step.protocol, step);
     AddPassedOver(services.hidden, PassedOver::Reason::IsHidden, step.protocol, step);
@@ -80,21 +92,52 @@ PlanStep MakeStep(const ProtocolTypeInfo& record, const ServiceDirectory& servic
     return step;
 }
 
-std::set<std::string> CommandsOf(const std::vector<PlanStep>& plan) {
-    std::set<std::string> commands;
-    for (const PlanStep& step : plan) {
-        commands.insert(step.command);
-    }
-    return commands;
-}
+/// What one protocol makes the launcher run: one command, or for an open choice any of several.
+struct Deed {
+    std::set<std::string> commands; ///< two deeds with the same ones are the same on the device, whichever it takes
+    PlanDifference difference;
+};
 
-void AddMissing(const std::vector<PlanStep>& plan, std::set<std::string> others, bool onlyInFirst,
-                std::vector<PlanDifference>& out) {
-    for (const PlanStep& step : plan) {
-        if (!step.command.empty() && others.insert(step.command).second) {
-            out.push_back({onlyInFirst, step.protocol, step.command});
+std::vector<Deed> DeedsOf(const std::vector<PlanStep>& plan, int32_t mode) {
+    std::vector<Deed> deeds;
+    size_t order = 0;
+    for (const PlanStep& step : WithOpenChoices(plan, mode)) {
+        if (step.order != order) {
+            order = step.order;
+            deeds.emplace_back();
+        }
+        Deed& deed = deeds.back();
+        deed.commands.insert(step.command); // an empty one, too: the launcher may refuse the command
+        deed.difference.isOpen = deed.commands.size() > 1;
+        deed.difference.protocol = step.protocol;
+        if (deed.difference.command.empty()) {
+            deed.difference.command = step.command;
         }
     }
+    const auto isNothing = [](const Deed& deed) { return deed.difference.command.empty(); };
+    deeds.erase(std::remove_if(deeds.begin(), deeds.end(), isNothing), deeds.end());
+    return deeds;
+}
+
+// Moves what `others` does not do, or not as often, to the differences.
+void TakeMissing(std::vector<Deed>& deeds, const std::vector<Deed>& others, PlanDifference::Kind kind,
+                 std::vector<PlanDifference>& out) {
+    std::map<std::set<std::string>, size_t> left;
+    for (const Deed& other : others) {
+        ++left[other.commands];
+    }
+    std::vector<Deed> common;
+    for (Deed& deed : deeds) {
+        size_t& count = left[deed.commands];
+        if (count != 0) {
+            --count;
+            common.push_back(std::move(deed));
+        } else {
+            deed.difference.kind = kind;
+            out.push_back(std::move(deed.difference));
+        }
+    }
+    deeds.swap(common);
 }
 
 } // namespace
@@ -104,39 +147,72 @@ ServiceDirectory ListServices(const DeviceRoot& root) {
     services.path = root.onHost(ServiceCommand::ServiceDir);
     const DeviceEntry entry = root.look(ServiceCommand::ServiceDir);
     std::vector<std::string> listed;
-    if (entry.kind != DeviceEntry::Kind::Directory || !ListDirectory(root.onHost(entry.path), listed, "*")) {
+    if (entry.kind == DeviceEntry::Kind::Unreachable) {
+        services.state = ServiceDirectory::State::Unknown;
+    }
+    if (entry.kind != DeviceEntry::Kind::Directory) {
         return services;
     }
-    services.isThere = true;
+    if (!ListDirectory(root.onHost(entry.path), listed, "*")) {
+        services.state = ServiceDirectory::State::Unknown; // the launcher runs as root
+        return services;
+    }
+    services.state = ServiceDirectory::State::Listed;
     services.hasTheDevicesOrder = root.hasTheDevicesOrder(ServiceCommand::ServiceDir);
-    for (std::string& name : listed) {
-        const bool isNamed = ServiceCommand::serves(name, "");
-        std::vector<std::string>& list = isNamed ? services.names : services.otherCase;
-        if (!isNamed && ToLower(name).find(LoadServiceKeyword) == std::string::npos) {
-            continue;
-        }
-        if (list.size() < ServiceDirectory::MaxNames) {
+    const auto keep = [&services](std::string& name, std::vector<std::string>& list) {
+        if (list.size() < ServiceDirectory::MaxPassedOver) {
             list.push_back(std::move(name));
         } else {
             services.isCut = true;
         }
+    };
+    for (std::string& name : listed) {
+        if (ServiceCommand::serves(name, "")) {
+            services.names.push_back(std::move(name));
+        } else if (ToLower(name).find(LoadServiceKeyword) != std::string::npos) {
+            keep(name, services.otherCase);
+        }
     }
     std::vector<DeviceName> all;
-    static_cast<void>(root.list(ServiceCommand::ServiceDir, ServiceDirectory::MaxEntries, all));
-    for (const DeviceName& each : all) {
-        std::vector<std::string>& list = each.name.front() == '.' ? services.hidden : services.directories;
-        if ((each.name.front() == '.' || each.isDirectory) && ServiceCommand::serves(each.name, "") &&
-            list.size() < ServiceDirectory::MaxNames) {
-            list.push_back(each.name);
+    static_cast<void>(root.list(ServiceCommand::ServiceDir, ServiceDirectory::MaxEntries + 1, all));
+    services.isCut = services.isCut || all.size() > ServiceDirectory::MaxEntries;
+    for (DeviceName& each : all) {
+        const bool isHidden = each.name.front() == '.';
+        if ((isHidden || each.isDirectory) && ServiceCommand::serves(each.name, "")) {
+            keep(each.name, isHidden ? services.hidden : services.directories);
         }
     }
     return services;
 }
 
+size_t ServiceDirectory::size() const noexcept {
+    size_t bytes = 0;
+    for (const std::vector<std::string>* list : {&names, &otherCase, &directories, &hidden}) {
+        for (const std::string& name : *list) {
+            bytes += name.size();
+        }
+    }
+    return bytes;
+}
+
+const char* StateName(ServiceDirectory::State state) noexcept {
+    switch (state) {
+    case ServiceDirectory::State::Missing:
+        return "missing";
+    case ServiceDirectory::State::Unknown:
+        return "unreadable";
+    default:
+        break;
+    }
+    return "listed";
+}
+
 const char* ReasonText(PassedOver::Reason reason) noexcept {
     switch (reason) {
     case PassedOver::Reason::Later:
-        return "stands behind it in the directory";
+        return "comes after it in the directory";
+    case PassedOver::Reason::MaybeNext:
+        return "may come first in the directory on the device";
     case PassedOver::Reason::IsDirectory:
         return "is a directory";
     case PassedOver::Reason::IsHidden:
@@ -162,6 +238,10 @@ std::string PlanStep::reason() const {
     return file.empty() ? "no start program matches" : open;
 }
 
+bool IsTooMuchToPlan(size_t records, const ServiceDirectory& services) noexcept {
+    return records != 0 && services.size() > MaxPlanWork / records;
+}
+
 std::vector<PlanStep> MakePlan(const std::vector<ProtocolTypeInfo>& records, const ServiceDirectory& services,
                                int32_t mode) {
     const NamesInLowerCase lower(services);
@@ -174,9 +254,55 @@ std::vector<PlanStep> MakePlan(const std::vector<ProtocolTypeInfo>& records, con
     return plan;
 }
 
-std::vector<PlanDifference> ComparePlans(const std::vector<PlanStep>& first, const std::vector<PlanStep>& second) {
+std::string PlanStep::condition() const {
+    return isOpen ? ", if \"" + file + "\" comes first in the directory on the device" : "";
+}
+
+std::vector<PlanStep> WithOpenChoices(const std::vector<PlanStep>& plan, int32_t mode) {
+    std::vector<PlanStep> all;
+    for (const PlanStep& step : plan) {
+        all.push_back(step);
+        for (const PassedOver& other : step.passedOver) {
+            if (other.mayBeTaken()) {
+                PlanStep may;
+                may.order = step.order;
+                may.protocol = step.protocol;
+                may.isOpen = true;
+                Compose({other.name}, mode, may);
+                all.push_back(std::move(may));
+            }
+        }
+    }
+    return all;
+}
+
+const char* DifferenceName(PlanDifference::Kind kind) noexcept {
+    switch (kind) {
+    case PlanDifference::Kind::OnlyInFirst:
+        return "working";
+    case PlanDifference::Kind::OnlyInSecond:
+        return "factory";
+    default:
+        break;
+    }
+    return "order";
+}
+
+std::vector<PlanDifference> ComparePlans(const std::vector<PlanStep>& first, const std::vector<PlanStep>& second,
+                                         int32_t mode) {
     std::vector<PlanDifference> differences;
-    AddMissing(first, CommandsOf(second), true, differences);
-    AddMissing(second, CommandsOf(first), false, differences);
+    std::vector<Deed> before = DeedsOf(first, mode);
+    std::vector<Deed> after = DeedsOf(second, mode);
+    const std::vector<Deed> all = before;
+    TakeMissing(before, after, PlanDifference::Kind::OnlyInFirst, differences);
+    TakeMissing(after, all, PlanDifference::Kind::OnlyInSecond, differences);
+    // As many are left of the one as of the other, and each of them in both.
+    const auto other =
+        std::mismatch(after.begin(), after.end(), before.begin(), [](const Deed& left, const Deed& right) {
+            return left.commands == right.commands;
+        }).first;
+    if (other != after.end()) {
+        differences.push_back(other->difference);
+    }
     return differences;
 }

@@ -61,7 +61,8 @@ std::vector<std::string> Lines(const std::string& text) {
 struct Server {
     std::string name;
     std::string protocol;
-    XmlPlace place; ///< of the first protocol that has it
+    XmlPlace place;        ///< of the first protocol that has it
+    std::string condition; ///< of that protocol having it
 };
 
 class Check {
@@ -73,21 +74,21 @@ public:
     // Two protocols with one start program are another rule's; here it is two programs with one prefix.
     void collect(const std::vector<PlanStep>& plan) {
         std::map<std::string, const PlanStep*> byName;
-        for (size_t i = 0; i < plan.size(); ++i) {
-            const PlanStep& step = plan[i];
+        for (const PlanStep& step : plan) {
             if (step.file.empty()) {
                 continue;
             }
             const std::string name = step.prefix + "_Server";
-            const XmlPlace place = report.entry(i).place;
+            const XmlPlace place = report.entry(step.order - 1).place;
             const auto first = byName.emplace(name, &step);
             if (first.second) {
-                servers.push_back({name, step.protocol, place});
+                servers.push_back({name, step.protocol, place, step.condition()});
                 files[name] = step.file;
-            } else if (first.first->second->file != step.file) {
+            } else if (first.first->second->file != step.file && first.first->second->order != step.order) {
                 findings.add(report.path, place, "server-name-shared",
                              "protocol \"" + step.protocol + "\" is stopped by the name \"" + name +
-                                 "\", as protocol \"" + first.first->second->protocol + "\" is: each stop ends both");
+                                 "\", as protocol \"" + first.first->second->protocol + "\" is: each stop ends both" +
+                                 (step.isOpen ? step : *first.first->second).condition());
             }
         }
     }
@@ -103,7 +104,8 @@ public:
             findings.add(report.path, server.place, "server-name-long",
                          "the server \"" + server.name + "\" of protocol \"" + server.protocol + "\" is \"" + cut +
                              "\" to the kernel" +
-                             (first.second ? std::string() : ", as \"" + first.first->second + "\" is"));
+                             (first.second ? std::string() : ", as \"" + first.first->second + "\" is") +
+                             server.condition);
         }
     }
 
@@ -125,7 +127,7 @@ public:
             } else {
                 findings.add(report.path, server.place, "server-missing",
                              "no file of the image is called \"" + server.name + "\", by which protocol \"" +
-                                 server.protocol + "\" is stopped");
+                                 server.protocol + "\" is stopped" + server.condition);
             }
             checkStart(server);
         }

@@ -1,15 +1,13 @@
 #include "check/ConfigurationReport.h"
 
 #include "tests/check/DeviceImage.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/check/TextForAnyone.h"
 #include "tests/support/Repeated.h"
 
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <set>
 #include <string>
@@ -32,18 +30,6 @@ ConfigurationReport ReadText(const std::string& text) {
 
 std::string PlaceText(const ConfigurationReport& report) {
     return std::to_string(report.place.line) + ":" + std::to_string(report.place.column);
-}
-
-// What a function returns to a user who may not read everything, as root may.
-template <class Function>
-std::string TextForAnyone(const Function& function) {
-    const ChildResult child = RunInChild([&function] {
-        if (geteuid() == 0) {
-            ASSERT_EQ(setuid(65534), 0);
-        }
-        static_cast<void>(std::printf("%s", std::string(function()).c_str()));
-    });
-    return child.output;
 }
 
 const std::string Entries = EntryText("A", "1") + EntryText("B", "2", "false");

@@ -67,12 +67,12 @@ TEST_F(ReportTest, TheTextHasTheFilesTheDifferencesThePlanAndTheFindings) {
               std::string::npos);
     EXPECT_NE(text.find("after a fallback to the factory copy, stop also runs: killall -15 _Server (Y)\n"),
               std::string::npos);
-    EXPECT_EQ(LinesWith(text, "after a fallback to the factory copy, stop no longer runs: killall -15 "),
+    EXPECT_EQ(LinesWith(text, "after a fallback to the factory copy, stop may no longer run: killall -15 "),
               LinesWith(text, "Modbus_Server (Modbus)"));
     EXPECT_NE(text.find("plan of start:\n"
                         "  1 Modbus: run /factory_setting/2Modbus_loadservice (open: several match, and the order of "
                         "the directory on the device decides)\n"
-                        "      or Modbus_loadservice: stands behind it in the directory\n"
+                        "      or Modbus_loadservice: may come first in the directory on the device\n"
                         "      not .Modbus_loadservice: begins with a dot\n"
                         "  2 OPCUA: run /factory_setting/OPCUA_loadservice\n"
                         "  3 X: skip (disabled)\n"),
@@ -109,9 +109,25 @@ TEST_F(ReportTest, TheTextTellsACopyThatIsNotKnownFromOneThatCannotBeUsed) {
 
 TEST_F(ReportTest, WhereTheOrderIsKnownTheOthersAreNotOpen) {
     report.plan[0].isOpen = false;
+    report.plan[0].passedOver[0].reason = PassedOver::Reason::Later;
 
-    EXPECT_NE(ReportAsText(report, {}).find("\n      not Modbus_loadservice: stands behind it in the directory\n"),
+    EXPECT_NE(ReportAsText(report, {}).find("\n      not Modbus_loadservice: comes after it in the directory\n"),
               std::string::npos);
+}
+
+TEST_F(ReportTest, TheTextTellsWhatAFallbackMayChangeAndAnotherOrder) {
+    using Kind = PlanDifference::Kind;
+    report.startDifferences = {{Kind::OnlyInFirst, "A", "a", true},
+                               {Kind::OnlyInFirst, "B", "b", false},
+                               {Kind::OnlyInSecond, "C", "c", true},
+                               {Kind::OtherOrder, "D", "d", false}};
+
+    EXPECT_EQ(LinesWith(ReportAsText(report, {}), "after a fallback to the factory copy, start"),
+              "after a fallback to the factory copy, start may no longer run: a (A)\n"
+              "after a fallback to the factory copy, start no longer runs: b (B)\n"
+              "after a fallback to the factory copy, start may also run: c (C)\n"
+              "after a fallback to the factory copy, start runs in another order, from: d (D)\n");
+    EXPECT_EQ(LinesWith(ReportAsTable(report, {}), "\torder\t"), "fallback\tstart\torder\tD\td\tno\n");
 }
 
 TEST_F(ReportTest, TheTextIsColouredBySeverityWhereThatIsAskedFor) {
@@ -141,7 +157,7 @@ TEST_F(ReportTest, QuietLeavesOutFilesNotesAndCounts) {
     const nlohmann::json object = nlohmann::json::parse(ReportAsJson(partial, {true, false}));
     EXPECT_FALSE(object.contains("configurations"));
     EXPECT_EQ(object["notes"], 1);
-    EXPECT_NE(ReportAsText(partial, {}).find("cannot be listed"), std::string::npos);
+    EXPECT_NE(ReportAsText(partial, {}).find("/factory_setting/: missing\n"), std::string::npos);
     EXPECT_NE(ReportAsTable(partial, {}).find("\tmissing\t0\n"), std::string::npos);
 }
 
@@ -149,19 +165,19 @@ TEST_F(ReportTest, TheTableHasAKindAndColumnsInEachLine) {
     const std::string table = withoutRoot(ReportAsTable(report, {}));
 
     EXPECT_EQ(LinesWith(table, "file\t"),
-              "file\tworking copy\t/mnt/mtd/code/config_file/protocolconfig.xml\tusable\tyes\t1\t1\t\n"
-              "file\tfactory copy\t/mnt/mtd/code/factory_setting/protocolconfig.xml\tusable\tno\t1\t1\t\n");
+              "file\tworking copy\t/mnt/mtd/code/config_file/protocolconfig.xml\tusable\tyes\t1\t1\t\t3\n"
+              "file\tfactory copy\t/mnt/mtd/code/factory_setting/protocolconfig.xml\tusable\tno\t1\t1\t\t2\n");
     EXPECT_EQ(LinesWith(table, "services\t"), "services\t/factory_setting/\tlisted\t3\n");
     EXPECT_EQ(LinesWith(table, "plan\t"),
               "plan\tstart\t1\tModbus\trun\topen: several match, and the order of the directory on the device "
-              "decides\t2Modbus_loadservice\t/factory_setting/2Modbus_loadservice\n"
-              "plan\tstart\t2\tOPCUA\trun\t\tOPCUA_loadservice\t/factory_setting/OPCUA_loadservice\n"
-              "plan\tstart\t3\tX\tskip\tdisabled\t\t\n");
+              "decides\t2Modbus_loadservice\t/factory_setting/2Modbus_loadservice\tyes\n"
+              "plan\tstart\t2\tOPCUA\trun\t\tOPCUA_loadservice\t/factory_setting/OPCUA_loadservice\tno\n"
+              "plan\tstart\t3\tX\tskip\tdisabled\t\t\tno\n");
     EXPECT_EQ(LinesWith(table, "candidate\t"),
-              "candidate\t1\tModbus\tModbus_loadservice\tstands behind it in the directory\n"
-              "candidate\t1\tModbus\t.Modbus_loadservice\tbegins with a dot\n");
-    EXPECT_EQ(LinesWith(table, "\tfactory\t"), "fallback\tstart\tfactory\tY\t/factory_setting/\n"
-                                               "fallback\tstop\tfactory\tY\tkillall -15 _Server\n");
+              "candidate\t1\tModbus\tor\tModbus_loadservice\tmay come first in the directory on the device\n"
+              "candidate\t1\tModbus\tnot\t.Modbus_loadservice\tbegins with a dot\n");
+    EXPECT_EQ(LinesWith(table, "\tfactory\t"), "fallback\tstart\tfactory\tY\t/factory_setting/\tno\n"
+                                               "fallback\tstop\tfactory\tY\tkillall -15 _Server\tno\n");
     EXPECT_EQ(LinesWith(table, "not-executable"),
               "finding\t/factory_setting/OPCUA_loadservice\t1\t1\terror\tnot-executable\tit has no execute permission: "
               "the shell refuses to run it\n");
@@ -176,14 +192,18 @@ TEST_F(ReportTest, TheJsonHasTheSame) {
     EXPECT_EQ(object["configurations"][0]["state"], "usable");
     EXPECT_EQ(object["configurations"][0]["inForce"], true);
     EXPECT_EQ(object["configurations"][1]["entries"], 2);
-    EXPECT_EQ(object["services"]["startPrograms"].size(), 3U);
+    EXPECT_EQ(object["services"]["startPrograms"], 3);
+    EXPECT_EQ(object["services"]["state"], "listed");
     EXPECT_EQ(object["plan"]["mode"], "start");
     EXPECT_EQ(object["plan"]["steps"][0]["open"], true);
+    EXPECT_EQ(object["plan"]["steps"][0]["passedOver"][0]["choice"], "or");
+    EXPECT_EQ(object["plan"]["steps"][0]["passedOver"][1]["choice"], "not");
     EXPECT_EQ(object["plan"]["steps"][0]["passedOver"][1]["reason"], "begins with a dot");
     EXPECT_EQ(object["plan"]["steps"][1]["protocol"], "a\xEF\xBF\xBD\"\n");
     EXPECT_EQ(object["plan"]["steps"][2]["action"], "skip");
     EXPECT_EQ(object["fallback"][0]["mode"], "start");
-    EXPECT_EQ(object["fallback"][0]["onlyIn"], "working");
+    EXPECT_EQ(object["fallback"][0]["difference"], "working");
+    EXPECT_EQ(object["fallback"][0]["open"], true);
     EXPECT_EQ(object["exitStatus"], 2);
     EXPECT_EQ(object["findings"].size(), report.findings.all().size());
 }

@@ -175,6 +175,11 @@ const std::vector<RuleCase> Cases = {
      [](const Image& image) { image.rename(Program, "/factory_setting/Modbus_Load_Service"); }, "Modbus_LoadService"},
     {"program-shared", [](const Image& image) { AddEntry(image, EntryText("Mod", "3")); },
      [](const Image& image) { AddEntry(image, EntryText("Mod", "3", "false")); }},
+    // Of an open choice each may be the one.
+    {"program-shared",
+     [](const Image& image) { image.write("/factory_setting/OPCUA_Modbus_loadservice", "#!/bin/sh\n"); },
+     [](const Image& image) { image.write("/factory_setting/2_Modbus_loadservice", "#!/bin/sh\n"); },
+     "if \"OPCUA_Modbus_loadservice\" comes first"},
     {"program-untaken", [](const Image& image) { image.addService("MQTT"); },
      [](const Image& image) {
          image.addService("MQTT");
@@ -186,8 +191,15 @@ const std::vector<RuleCase> Cases = {
     {"program-leftover",
      [](const Image& image) { image.write("/factory_setting/Modbus_loadservice.dpkg-old", "#!/bin/sh\n"); },
      [](const Image& image) { image.write("/factory_setting/Modbus.dpkg-old", "#!/bin/sh\n"); }},
+    {"program-leftover", [](const Image& image) { image.rename(Program, "/factory_setting/Modbus_loadservice.BAK"); },
+     [](const Image& image) { image.rename(Program, "/factory_setting/Modbus_loadservice.BAKE"); }},
+    {"program-leftover", [](const Image& image) { image.rename(Program, "/factory_setting/#Modbus_loadservice#"); },
+     [](const Image& image) { image.rename(Program, "/factory_setting/#Modbus_loadservice"); }},
     {"program-leftover", [](const Image& image) { image.rename(Program, "/factory_setting/Modbus_loadservice~"); },
      [](const Image& image) { image.rename(Program, "/factory_setting/Modbus~_loadservice"); }},
+    {"name-contained", // the longer must be able to stand in a file's name
+     [](const Image& image) { AddEntry(image, EntryText("Modbus" + std::string(249, 'x'), "3", "false")); },
+     [](const Image& image) { AddEntry(image, EntryText("Modbus" + std::string(250, 'x'), "3", "false")); }},
     {"name-contained", [](const Image& image) { AddEntry(image, EntryText("ModbusTCP", "3", "false")); },
      [](const Image& image) { AddEntry(image, EntryText("ModTCPbus", "3", "false")); }},
 
@@ -277,7 +289,13 @@ const std::vector<RuleCase> Cases = {
     {"name-shell-characters", [](const Image& image) { image.rename(Program, "/factory_setting/-Modbus_loadservice"); },
      [](const Image& image) { image.rename(Program, "/factory_setting/Modbus-_loadservice"); }, "'-'"},
     {"command-too-long", [](const Image& image) { image.rename(Program, Program + std::string(29, 'x')); },
-     [](const Image& image) { image.rename(Program, Program + std::string(28, 'x')); }},
+     [](const Image& image) { image.rename(Program, Program + std::string(28, 'x')); }, "to start"},
+    {"command-too-long",
+     [](const Image& image) { image.rename(Program, "/factory_setting/loadserviceModbus" + std::string(28, 'x')); },
+     [](const Image& image) { image.rename(Program, "/factory_setting/loadserviceModbus" + std::string(27, 'x')); },
+     "to stop the server of"},
+    {"command-too-long", [](const Image& image) { image.write(Program + std::string(29, 'x'), "#!/bin/sh\n"); },
+     [](const Image& image) { image.write(Program + std::string(28, 'x'), "#!/bin/sh\n"); }, "comes first"},
 
     // Stop.
     {"server-name-long",
@@ -299,6 +317,13 @@ const std::vector<RuleCase> Cases = {
          image.configureEntries(EntryText("s_loadservice", "1") + EntryText("OPCUA", "2"));
      },
      [](const Image& image) { AddEntry(image, EntryText("Mod", "3")); }},
+    // Of an open choice each may have its server stopped.
+    {"server-missing", [](const Image& image) { image.write("/factory_setting/2Modbus_loadservice", "#!/bin/sh\n"); },
+     [](const Image& image) { image.write("/factory_setting/Modbus_2_loadservice", "#!/bin/sh\n"); },
+     "\"2Modbus_Server\""},
+    {"server-name-shared",
+     [](const Image& image) { image.write("/factory_setting/OPCUA_Modbus_loadservice", "#!/bin/sh\n"); },
+     [](const Image& image) { image.write("/factory_setting/Modbus_2_loadservice", "#!/bin/sh\n"); }, "comes first"},
     {"server-missing", [](const Image& image) { image.remove(Server); },
      [](const Image& image) { image.rename(Server, "/mnt/Modbus_Server"); }},
     {"server-no-interpreter-line", [](const Image& image) { image.write(Server, "sleep 5\n"); },
@@ -388,6 +413,15 @@ TEST(RulesTest, AVeryLongAttributeIsNoSlipOfThePen) {
     Rewrite(image, "/>", " " + std::string(100, 'P') + "=''/>");
 
     EXPECT_NE(FindingsText(image.check()).find("PPP\" is ignored"), std::string::npos);
+}
+
+TEST(RulesTest, WhatStandsAtTheEndOfALeftoversName) {
+    for (const char* end : {".disabled", ".backup", "_old", ".apk-new", ".swn", ".Orig"}) {
+        const DeviceImage image;
+        image.rename(Program, Program + std::string(end));
+
+        EXPECT_TRUE(HasRule(image.check(), "program-leftover")) << end;
+    }
 }
 
 TEST(RulesTest, ASectionWithoutAnEntryHasNothingInFrontOfTheFirst) {

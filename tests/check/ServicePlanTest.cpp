@@ -4,6 +4,8 @@
 #include "check/ReportTable.h"
 #include "launcher/ServiceCommand.h"
 #include "tests/check/DeviceImage.h"
+#include "tests/check/TextForAnyone.h"
+#include "tests/support/Repeated.h"
 
 #include <gtest/gtest.h>
 
@@ -21,7 +23,7 @@ ProtocolTypeInfo Record(const std::string& name, bool isEnabled = true) {
 // What is open depends on the file system that the tests run on: here it is said.
 ServiceDirectory Services(const std::vector<std::string>& names, bool hasTheDevicesOrder) {
     ServiceDirectory services;
-    services.isThere = true;
+    services.state = ServiceDirectory::State::Listed;
     services.names = names;
     services.hasTheDevicesOrder = hasTheDevicesOrder;
     return services;
@@ -70,7 +72,8 @@ TEST(ServicePlanTest, AChoiceAmongSeveralIsOpenUnlessTheOrderIsTheDevices) {
         EXPECT_EQ(step.reason().empty(), isTheDevices);
         ASSERT_EQ(step.passedOver.size(), 1U);
         EXPECT_EQ(step.passedOver[0].name, "A_loadservice");
-        EXPECT_EQ(step.passedOver[0].reason, PassedOver::Reason::Later);
+        EXPECT_EQ(step.passedOver[0].reason, isTheDevices ? PassedOver::Reason::Later : PassedOver::Reason::MaybeNext);
+        EXPECT_EQ(step.condition().empty(), isTheDevices);
     }
     EXPECT_FALSE(StartPlan("A", Services({"A_loadservice"}, false)).front().isOpen);
 }
@@ -106,6 +109,7 @@ TEST(ServicePlanTest, LetterCaseIsNotToldOfWhereANameMatches) {
 }
 
 TEST(ServicePlanTest, NoMoreThanALimitOfNamesIsListedForOneProtocol) {
+    EXPECT_FALSE(StartPlan("A", Services(std::vector<std::string>(33, "A_loadservice"), true)).front().isCut);
     for (std::vector<std::string> ServiceDirectory::*list :
          {&ServiceDirectory::names, &ServiceDirectory::otherCase, &ServiceDirectory::hidden}) {
         ServiceDirectory services = Services({}, true);
@@ -115,24 +119,62 @@ TEST(ServicePlanTest, NoMoreThanALimitOfNamesIsListedForOneProtocol) {
         }
 
         EXPECT_EQ(StartPlan("A", services).front().passedOver.size(), PlanStep::MaxPassedOver);
+        EXPECT_TRUE(StartPlan("A", services).front().isCut);
     }
 }
 
-TEST(ServicePlanTest, TwoPlansDifferByTheCommandsThatOnlyOneOfThemRuns) {
+TEST(ServicePlanTest, AnOpenChoiceHasAStepForEachNameThatMayBeTaken) {
+    const std::string longName = "A_loadservice" + std::string(40, 'x');
+    ServiceDirectory services = Services({"A_loadservice", "xA_loadservice", longName, "B_loadservice"}, false);
+    services.hidden = {".A_loadservice"};
+    const std::vector<PlanStep> plan =
+        MakePlan({Record("B"), Record("A"), Record("A", false)}, services, ServiceCommand::StopMode);
+
+    std::string steps;
+    for (const PlanStep& step : WithOpenChoices(plan, ServiceCommand::StopMode)) {
+        steps += std::to_string(step.order) + " " + step.command + (step.isOpen ? " open\n" : "\n");
+    }
+
+    EXPECT_EQ(steps, "1 killall -15 B_Server\n"
+                     "2 killall -15 A_Server open\n2 killall -15 xA_Server open\n2 killall -15 A_Server open\n"
+                     "3 \n");
+}
+
+TEST(ServicePlanTest, TwoPlansDifferByWhatOnlyOneRunsByHowOftenAndByTheOrder) {
+    const auto differences = [](const std::vector<ProtocolTypeInfo>& first, const std::vector<ProtocolTypeInfo>& second,
+                                int32_t mode, const ServiceDirectory& services) {
+        std::string text;
+        for (const PlanDifference& each :
+             ComparePlans(MakePlan(first, services, mode), MakePlan(second, services, mode), mode)) {
+            text += std::string(DifferenceName(each.kind)) + " " + each.protocol + " " + each.command +
+                    (each.isOpen ? " open\n" : "\n");
+        }
+        return text;
+    };
     const ServiceDirectory services = Services({"A_loadservice", "B_loadservice", "C_loadservice"}, true);
-    const auto plan = [&services](const std::vector<ProtocolTypeInfo>& records) {
-        return MakePlan(records, services, ServiceCommand::StartMode);
+    const auto started = [&](const std::vector<ProtocolTypeInfo>& first, const std::vector<ProtocolTypeInfo>& second) {
+        return differences(first, second, ServiceCommand::StartMode, services);
     };
 
-    const std::vector<PlanDifference> differences =
-        ComparePlans(plan({Record("A"), Record("B"), Record("C", false)}), plan({Record("C"), Record("B")}));
+    EXPECT_EQ(started({Record("A"), Record("B"), Record("C", false)}, {Record("C"), Record("B")}),
+              "working A /factory_setting/A_loadservice\nfactory C /factory_setting/C_loadservice\n");
+    EXPECT_EQ(started({Record("A"), Record("B")}, {Record("C", false), Record("A"), Record("B")}), "");
+    EXPECT_EQ(started({Record("A")}, {Record("A"), Record("A")}), "factory A /factory_setting/A_loadservice\n");
+    EXPECT_EQ(started({Record("A"), Record("A")}, {Record("A")}), "working A /factory_setting/A_loadservice\n");
+    EXPECT_EQ(started({Record("A"), Record("B"), Record("C")}, {Record("A"), Record("C"), Record("B")}),
+              "order C /factory_setting/C_loadservice\n");
 
-    ASSERT_EQ(differences.size(), 2U);
-    EXPECT_EQ(differences[0].command, "/factory_setting/A_loadservice");
-    EXPECT_TRUE(differences[0].onlyInFirst);
-    EXPECT_EQ(differences[1].protocol, "C");
-    EXPECT_FALSE(differences[1].onlyInFirst);
-    EXPECT_TRUE(ComparePlans(plan({Record("A")}), plan({Record("A"), Record("A")})).empty());
+    // The same names may be taken, so the same one is. Their servers may have one name.
+    const ServiceDirectory open = Services({"A_x_loadservice", "A_y_loadservice", "B_loadservice"}, false);
+    EXPECT_EQ(differences({Record("A")}, {Record("A")}, ServiceCommand::StartMode, open), "");
+    EXPECT_EQ(differences({Record("A")}, {Record("A_x")}, ServiceCommand::StartMode, open),
+              "working A /factory_setting/A_x_loadservice open\nfactory A_x /factory_setting/A_x_loadservice\n");
+    EXPECT_EQ(differences({Record("A")}, {Record("A_x")}, ServiceCommand::StopMode, open), "");
+    // A command that the launcher refuses is none.
+    const ServiceDirectory longNames = Services({"A_loadservice" + std::string(40, 'x'), "A_loadservice"}, false);
+    EXPECT_EQ(differences({Record("A")}, {}, ServiceCommand::StartMode, longNames),
+              "working A /factory_setting/A_loadservice open\n");
+    EXPECT_EQ(differences({Record("x")}, {}, ServiceCommand::StartMode, longNames), "");
 }
 
 TEST(ServicePlanTest, TheServiceDirectoryIsListedWithTheNamesThatCanServeAndThoseThatAreLeftOut) {
@@ -144,7 +186,7 @@ TEST(ServicePlanTest, TheServiceDirectoryIsListedWithTheNamesThatCanServeAndThos
 
     const ServiceDirectory services = ListServices(DeviceRoot(image.root()));
 
-    EXPECT_TRUE(services.isThere);
+    EXPECT_EQ(services.state, ServiceDirectory::State::Listed);
     EXPECT_EQ(services.names.size(), 2U);
     EXPECT_EQ(services.otherCase, std::vector<std::string>{"Z_Loadservice"});
     EXPECT_EQ(services.hidden, std::vector<std::string>{".X_loadservice"});
@@ -152,26 +194,92 @@ TEST(ServicePlanTest, TheServiceDirectoryIsListedWithTheNamesThatCanServeAndThos
     EXPECT_FALSE(services.isCut);
 }
 
-TEST(ServicePlanTest, AServiceDirectoryWithTooManyNamesIsCutAndSaidSo) {
+// The launcher has no limit.
+TEST(ServicePlanTest, AmongManyStartProgramsTheChoiceIsStillTheLaunchers) {
     const DeviceImage image;
-    for (size_t i = 0; i < ServiceDirectory::MaxNames; ++i) {
-        image.write("/factory_setting/" + std::to_string(i) + "_loadservice", "#!/bin/sh\n");
+    image.remove("/factory_setting");
+    for (int i = 0; i < 1500; ++i) {
+        image.write("/factory_setting/" + std::to_string(i) + "x_loadservice", "#!/bin/sh\n");
     }
+    const std::vector<std::string> names = ListServices(DeviceRoot(image.root())).names;
+    ASSERT_EQ(names.size(), 1500U);
+    const std::string last = names.back().substr(0, names.back().find('_'));
+    image.configureEntries(EntryText("x_", "1") + EntryText(last, "2"));
 
-    const CheckReport report = image.check();
+    const CheckReport report = image.check("start");
 
-    EXPECT_TRUE(report.services.isCut);
-    EXPECT_TRUE(HasRule(report, "not-looked-at"));
+    EXPECT_NE(report.plan[1].file, "");
+    EXPECT_FALSE(HasRule(report, "program-missing"));
+    EXPECT_FALSE(report.services.isCut);
+    EXPECT_NE(FindingsText(report).find("not-looked-at: protocol \"x_\": more than 32 other names"), std::string::npos);
 }
 
-TEST(ServicePlanTest, HiddenNamesBeyondALimitAreNotKept) {
+TEST(ServicePlanTest, EntriesAndStartProgramsThatAreTooManyForEachOtherAreNotPlanned) {
     const DeviceImage image;
-    image.write("/factory_setting/.hidden", "");
-    for (size_t i = 0; i <= ServiceDirectory::MaxNames; ++i) {
-        image.write("/factory_setting/." + std::to_string(i) + "_loadservice", "");
+    std::string entries = EntryText("0", "1");
+    for (int i = 0; i < 200; ++i) {
+        image.write("/factory_setting/" + std::string(200, 'x') + std::to_string(i) + "_loadservice", "#!/bin/sh\n");
+        entries += EntryText(std::to_string(i), std::to_string(i), "false");
     }
+    const size_t size = ListServices(DeviceRoot(image.root())).size();
+    image.write(DeviceImage::Factory, ConfigurationText(EntryText("Modbus", "1")));
+    image.write(DeviceImage::Working, ConfigurationText(entries + Repeated("<ConfigItem/>\n", MaxPlanWork / size)));
 
-    EXPECT_EQ(ListServices(DeviceRoot(image.root())).hidden.size(), ServiceDirectory::MaxNames);
+    const CheckReport report = image.check("start");
+
+    EXPECT_NE(report.inForce(), nullptr);
+    EXPECT_TRUE(report.plan.empty());
+    EXPECT_FALSE(report.hasFallback);
+    EXPECT_NE(FindingsText(report).find("not-looked-at: its "), std::string::npos);
+    EXPECT_FALSE(HasRule(report, "program-missing"));
+    EXPECT_FALSE(HasRule(report, "program-untaken"));
+    EXPECT_EQ(ListServices(DeviceRoot("/nowhere")).size(), 0U);
+    EXPECT_FALSE(IsTooMuchToPlan(0, report.services));
+    EXPECT_FALSE(IsTooMuchToPlan(MaxPlanWork / size, report.services));
+    EXPECT_TRUE(IsTooMuchToPlan(MaxPlanWork / size + 1, report.services));
+}
+
+TEST(ServicePlanTest, NamesThatThePassOverIsAboutAreKeptUpToALimitAndThatIsSaid) {
+    for (const bool isHidden : {true, false}) {
+        const DeviceImage image;
+        image.write("/factory_setting/.hidden", "");
+        for (size_t i = 0; i <= ServiceDirectory::MaxPassedOver; ++i) {
+            image.write("/factory_setting/" +
+                            (isHidden ? "." + std::to_string(i) + "_loadservice" : std::to_string(i) + "_LoadService"),
+                        "");
+        }
+
+        const CheckReport report = image.check();
+
+        EXPECT_EQ((isHidden ? report.services.hidden : report.services.otherCase).size(),
+                  ServiceDirectory::MaxPassedOver);
+        EXPECT_TRUE(report.services.isCut);
+        EXPECT_TRUE(HasRule(report, "not-looked-at"));
+    }
+}
+
+// For root of the device it can be listed.
+TEST(ServicePlanTest, AServiceDirectoryThatThisUserMayNotListIsUnknownAndNothingIsPlanned) {
+    const DeviceImage image;
+    image.setMode("", 0755);
+    image.write("/closed/a", "");
+    for (const char* closed : {"/factory_setting", "/closed"}) {
+        if (closed == std::string("/closed")) {
+            image.rename("/factory_setting", "/closed/b");
+            image.link("/factory_setting", "closed/b");
+        }
+        image.setMode(closed, 0);
+
+        const std::string findings = TextForAnyone([&image] {
+            const CheckReport report = image.check("start");
+            return StateName(report.services.state) + std::string(report.plan.empty() ? ": " : "planned: ") +
+                   FindingsText(report);
+        });
+        image.setMode(closed, 0755);
+
+        EXPECT_EQ(findings.find("unreadable: /factory_setting/:1:1: warning: not-looked-at: "), 0U) << findings;
+        EXPECT_EQ(findings.find("error"), std::string::npos) << findings;
+    }
 }
 
 TEST(ServicePlanTest, AFallbackThatChangesWhatRunsIsReported) {

@@ -140,7 +140,7 @@ TEST(WyvernCheckTest, AConfigurationIsCheckedAloneOrInThePlaceOfTheWorkingCopy) 
                                 ":4:67: warning: enable-value: ProtocolEnable \"yes\" is neither true nor false: the "
                                 "protocol is disabled\n0 errors, 1 warning, 0 notes\n");
     EXPECT_NE(inPlace.output.find("file\tconfiguration\t" + file + "\tusable\tyes"), std::string::npos);
-    EXPECT_NE(inPlace.output.find("plan\tstart\t1\tModbus\tskip\tdisabled\t\t\n"), std::string::npos);
+    EXPECT_NE(inPlace.output.find("plan\tstart\t1\tModbus\tskip\tdisabled\t\t\tno\n"), std::string::npos);
     EXPECT_EQ(inPlace.output.find("config_file"), std::string::npos);
 }
 

@@ -9,7 +9,6 @@ START = b"start"
 ABORTED = -6  # what a process that ended by signal 6 returns
 ROOM = 63     # bytes of a command that the launcher has room for
 UNKNOWN = (b"not-looked-at", b"unreadable")
-LATER = b"stands behind it in the directory"
 
 
 class Happening:
@@ -79,11 +78,11 @@ class Promise:
             self.steps.append(self.step(row, [each for each in candidates if each[1] == row[2]]))
 
     def step(self, row, candidates):
-        _, mode, _, protocol, action, reason, file, command = row
-        later = [each[3] for each in candidates if each[4] == LATER]
-        is_open = b"open: " in reason
+        _, mode, _, protocol, action, reason, file, command, open_flag = row
+        others = [each[4] for each in candidates if each[3] == b"or"]
+        is_open = open_flag == b"yes"
         for each in candidates:
-            self.tags.add(f"passed over: {each[4].decode()}")
+            self.tags.add(f"passed over: {each[5].decode()}")
         if is_open:
             self.has_open_choice = True
             self.tags.add("open choice")
@@ -105,7 +104,7 @@ class Promise:
             if len(command_for(mode, file)) == ROOM + 1:
                 self.tags.add("too long by one byte")
             first = refused(protocol, file)
-        return [first] + [done_with(mode, protocol, name) for name in later if is_open]
+        return [first] + [done_with(mode, protocol, name) for name in others]
 
 
 class Run:
