@@ -9,7 +9,8 @@
 
 /// All that one check has found out, for the outputs to print.
 struct CheckReport {
-    std::string root; ///< on this machine; empty when only a configuration file was checked
+    std::string problem; ///< why nothing could be checked, in words; empty when it was
+    std::string root;    ///< on this machine; empty when only a configuration file was checked
     std::vector<ConfigurationReport> configurations; ///< in the order in which the launcher tries them
     ServiceDirectory services;
 

@@ -12,13 +12,12 @@
 namespace {
 
 constexpr const char* Description =
-    "Checks, without running anything, what the launcher Wyvern would do on a device: the configuration, the choice of "
-    "the "
-    "start programs, whether they and their servers will run, and whether killall will find these.";
+    "Checks, without running anything, what the launcher Wyvern would do on a device: the\n"
+    "configuration, the choice of the start programs, whether they and their servers will run,\n"
+    "and whether killall will find the servers.";
 
-constexpr const char* Footer = "CONFIG is checked in the place of the image's working copy; without --root, it is "
-                               "checked alone. Without both, this "
-                               "machine is checked as the device (--root /).\n\n"
+constexpr const char* Footer = "CONFIG is checked in place of the image's working copy; without --root, it is checked\n"
+                               "alone. Without both, this machine is checked as the device (--root /).\n\n"
                                "Exit status: 0 nothing found beyond notes, 1 warnings, 2 errors, 64 wrong usage.";
 
 std::string Explanation(const Rule& rule) {
@@ -77,6 +76,13 @@ CommandLine ReadCommandLine(int argc, const char* const* argv) {
         return Answer(CommandLine::Action::Print, std::string(version.what()) + "\n");
     } catch (const CLI::ParseError& error) {
         return Answer(CommandLine::Action::Refuse, std::string("wyvern-check: ") + error.what() + "\n");
+    }
+    // A script's variable that is not set must not have this machine checked.
+    for (const char* name : {"--root", "--explain", "CONFIG"}) {
+        const CLI::Option& option = *app.get_option(name);
+        if (option.count() != 0 && option.as<std::string>().empty()) {
+            return Answer(CommandLine::Action::Refuse, std::string("wyvern-check: ") + name + " is empty\n");
+        }
     }
     line.format = formats.at(format);
     if (!rule.empty()) {

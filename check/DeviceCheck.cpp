@@ -63,10 +63,14 @@ void ReadConfigurations(const CheckRequest& request, const DeviceRoot& device, C
     for (const ConfigurationReport& report : out.configurations) {
         CheckConfiguration(report, out.findings);
     }
-    if (out.configurations[next - 1].isUnknown()) {
-        out.findings.add(out.configurations[next - 1].path, {}, "not-looked-at",
+    const ConfigurationReport& last = out.configurations[next - 1];
+    if (request.root.empty() || last.inForce || last.state == State::TooManyEntries) {
+        return; // of a configuration alone, or of one that ends the launcher, its own finding says all
+    }
+    if (last.isUnknown()) {
+        out.findings.add(last.path, {}, "not-looked-at",
                          "so it is not known which configuration is in force, and nothing is planned");
-    } else if (out.inForce() == nullptr) {
+    } else {
         out.findings.add(out.configurations.front().path, {}, "no-configuration",
                          "no configuration is in force: nothing would be started or stopped");
     }
@@ -184,9 +188,14 @@ bool CheckDevice(const CheckRequest& request, CheckReport& out) {
     out.root = request.root.empty() ? std::string() : RealPath(request.root);
     const DeviceRoot device(out.root);
     if (!out.root.empty() && !device.isOpen()) {
+        out.problem = request.root + ": cannot be opened as a directory";
         return false;
     }
     ReadConfigurations(request, device, out);
+    if (!request.configuration.empty() && out.configurations[0].state == State::Absent) {
+        out.problem = request.configuration + ": there is no such file";
+        return false;
+    }
     if (!request.root.empty()) {
         CheckImage(device, request.planMode, request.maxEntries, out);
     }

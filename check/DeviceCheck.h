@@ -18,6 +18,7 @@ struct CheckRequest {
 /// Checks a device's tree, or a configuration file alone. Runs nothing and writes nothing.
 ///
 /// @param request with a root that can be opened, or a configuration.
-/// @return false when the root cannot be opened; `out` is then of no use.
+/// @return false when the root cannot be opened or there is no such configuration; `out` has only the
+///         problem then.
 /// Throws only std::bad_alloc. Threads: one.
 bool CheckDevice(const CheckRequest& request, CheckReport& out);

@@ -2,7 +2,6 @@
 
 #include "check/Rules.h"
 
-#include <algorithm>
 #include <utility>
 
 const char* SeverityName(Severity severity) noexcept {
@@ -18,13 +17,28 @@ const char* SeverityName(Severity severity) noexcept {
 }
 
 void FindingList::add(const std::string& path, XmlPlace place, const char* rule, const std::string& text) {
-    const bool isFull = findings.size() >= Limit;
-    const char* const id = isFull ? "findings-cut" : rule;
-    const std::string& words = isFull ? "more is wrong than is listed here" : text;
-    if (findings.size() > Limit || !known.emplace(path, place.line, place.column, id, words).second) {
+    const auto key = std::make_tuple(path, place.line, place.column, std::string(rule), text);
+    if (known.count(key) != 0) {
         return;
     }
-    findings.push_back({path, place, FindRule(id)->severity, FindRule(id)->id, words});
+    const Rule& found = *FindRule(rule);
+    if (count(found.severity) < Limit) {
+        known.insert(key);
+        keep({path, place, found.severity, found.id, text});
+    } else if (!isCut) {
+        isCut = true;
+        const Rule& cut = *FindRule("findings-cut");
+        keep({path,
+              {},
+              cut.severity,
+              cut.id,
+              "only " + std::to_string(Limit) + " findings of a severity are listed, and there are more"});
+    }
+}
+
+void FindingList::keep(Finding finding) {
+    ++counts.at(static_cast<size_t>(finding.severity));
+    findings.push_back(std::move(finding));
 }
 
 void FindingList::makeStrict() noexcept {
@@ -33,9 +47,6 @@ void FindingList::makeStrict() noexcept {
             finding.severity = Severity::Error;
         }
     }
-}
-
-size_t FindingList::count(Severity severity) const noexcept {
-    return static_cast<size_t>(std::count_if(
-        findings.begin(), findings.end(), [severity](const Finding& finding) { return finding.severity == severity; }));
+    counts.at(static_cast<size_t>(Severity::Error)) += count(Severity::Warning);
+    counts.at(static_cast<size_t>(Severity::Warning)) = 0;
 }

@@ -3,6 +3,7 @@
 #include "check/Finding.h"
 #include "xmlconfig/XmlPlaces.h"
 
+#include <array>
 #include <cstddef>
 #include <set>
 #include <string>
@@ -11,7 +12,8 @@
 
 /// The findings of one check, in the order in which they were made, each once.
 ///
-/// Owns:    the findings. At most `Limit` are kept, so that a hostile image cannot make the list grow without end.
+/// Owns:    the findings. Of each severity at most `Limit` are kept, so that a hostile image cannot make the list grow
+///          without end, and many warnings do not hide an error.
 /// Fails:   throws only std::bad_alloc.
 /// Threads: one at a time per object.
 class FindingList {
@@ -28,9 +30,13 @@ public:
     void makeStrict() noexcept;
 
     /// @return how many findings have this severity.
-    size_t count(Severity severity) const noexcept;
+    size_t count(Severity severity) const noexcept { return counts[static_cast<size_t>(severity)]; }
 
 private:
+    void keep(Finding finding);
+
     std::vector<Finding> findings;
+    std::array<size_t, 3> counts = {}; ///< of `findings`, by severity
+    bool isCut = false;                ///< some were left out
     std::set<std::tuple<std::string, int, int, std::string, std::string>> known;
 };

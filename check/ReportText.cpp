@@ -33,21 +33,32 @@ std::string Count(size_t count, const std::string& noun) {
     return std::to_string(count) + " " + noun + (count == 1 ? "" : "s");
 }
 
-std::string ConfigurationLine(const ConfigurationReport& report, bool isOneInForce) {
-    std::string line = report.role + ": " + EscapedText(report.path) + ": ";
-    if (report.inForce) {
-        return line + "in force, " + std::to_string(report.records.size()) + " entries\n";
+// Why a copy that can be used is not in force.
+const char* NotInForce(const CheckReport& report) {
+    if (report.inForce() != nullptr) {
+        return "not in force, the other copy is";
     }
-    if (report.isUsable()) {
-        return line +
-               (isOneInForce ? "not in force, the other copy is; " : "usable, but stands behind the other copy; ") +
-               std::to_string(report.records.size()) + " entries\n";
+    return report.configurations.front().isUnknown() ? "usable, but not known to be in force"
+                                                     : "not reached: the launcher ends at the working copy";
+}
+
+std::string Entries(size_t count) {
+    return std::to_string(count) + (count == 1 ? " entry" : " entries");
+}
+
+std::string ConfigurationLine(const ConfigurationReport& configuration, const CheckReport& whole) {
+    std::string line = configuration.role + ": " + EscapedText(configuration.path) + ": ";
+    if (configuration.inForce) {
+        return line + "in force, " + Entries(configuration.records.size()) + "\n";
     }
-    line += report.isUnknown() ? "not known: " : "cannot be used: ";
-    if (!report.text.topLevel.empty() || !report.text.reason.empty()) {
-        line += std::to_string(report.place.line) + ":" + std::to_string(report.place.column) + ": ";
+    if (configuration.isUsable()) {
+        return line + NotInForce(whole) + "; " + Entries(configuration.records.size()) + "\n";
     }
-    return line + EscapedText(report.reason) + "\n";
+    line += configuration.isUnknown() ? "not known: " : "cannot be used: ";
+    if (!configuration.text.topLevel.empty() || !configuration.text.reason.empty()) {
+        line += std::to_string(configuration.place.line) + ":" + std::to_string(configuration.place.column) + ": ";
+    }
+    return line + EscapedText(configuration.reason) + "\n";
 }
 
 std::string PlanLines(const CheckReport& report) {
@@ -100,7 +111,7 @@ std::string ReportAsText(const CheckReport& report, const ReportStyle& style) {
     std::string text;
     if (!style.quiet) {
         for (const ConfigurationReport& configuration : report.configurations) {
-            text += ConfigurationLine(configuration, report.inForce() != nullptr);
+            text += ConfigurationLine(configuration, report);
         }
         if (!report.root.empty()) {
             text +=

@@ -60,7 +60,7 @@ int main(int argc, char** argv) {
     }
     CheckReport report;
     if (!CheckDevice(line.request, report)) {
-        return Refuse("wyvern-check: " + line.request.root + ": cannot be opened as a directory\n");
+        return Refuse("wyvern-check: " + report.problem + "\n");
     }
     return PrintAndEnd(Print(report, line), report.exitStatus());
 }

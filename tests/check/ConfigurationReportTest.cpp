@@ -1,5 +1,6 @@
 #include "check/ConfigurationReport.h"
 
+#include "check/ReportText.h"
 #include "tests/check/DeviceImage.h"
 #include "tests/check/TextForAnyone.h"
 #include "tests/support/Repeated.h"
@@ -156,6 +157,9 @@ TEST(ConfigurationReportTest, BehindAWorkingCopyThatEndsTheLauncherNothingIsInFo
     EXPECT_EQ(report.inForce(), nullptr);
     EXPECT_TRUE(report.configurations[1].isUsable());
     EXPECT_EQ(report.exitStatus(), 2);
+    EXPECT_FALSE(HasRule(report, "no-configuration")) << "the launcher does not print its lines";
+    EXPECT_NE(ReportAsText(report, {}).find("not reached: the launcher ends at the working copy; 2 entries\n"),
+              std::string::npos);
 }
 
 TEST(ConfigurationReportTest, BehindAWorkingCopyOfWhichNothingIsKnownNothingIsInForceAndNothingPlanned) {

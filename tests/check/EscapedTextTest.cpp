@@ -14,6 +14,11 @@ TEST(EscapedTextTest, LettersStayAndWhatMovesACursorIsEscaped) {
                           "31m\xC2\xA9"),
               "\\xC2\\x9B31m\xC2\xA9");
     EXPECT_EQ(EscapedText("\xFF\xE7\xBD"), "\\xFF\\xE7\\xBD");
+    // U+009F, U+00A0, U+061C, U+200A, U+200B, U+2028, U+202E, U+202F, U+2066, U+FEFF, U+1F600.
+    EXPECT_EQ(EscapedText("\xC2\x9F \xC2\xA0 \xD8\x9C \xE2\x80\x8A \xE2\x80\x8B \xE2\x80\xA8"),
+              "\\xC2\\x9F \xC2\xA0 \\xD8\\x9C \xE2\x80\x8A \\xE2\\x80\\x8B \\xE2\\x80\\xA8");
+    EXPECT_EQ(EscapedText("\xE2\x80\xAE \xE2\x80\xAF \xE2\x81\xA6 \xEF\xBB\xBF \xF0\x9F\x98\x80"),
+              "\\xE2\\x80\\xAE \xE2\x80\xAF \\xE2\\x81\\xA6 \\xEF\\xBB\\xBF \xF0\x9F\x98\x80");
 }
 
 TEST(EscapedTextTest, SequencesAreUtf8AsItsDefinitionSays) {

@@ -103,7 +103,7 @@ TEST_F(ReportTest, TheTextTellsACopyThatIsNotKnownFromOneThatCannotBeUsed) {
 
     EXPECT_NE(text.find("config_file/protocolconfig.xml: not known: it has more than 16777216 bytes"),
               std::string::npos);
-    EXPECT_NE(text.find("factory_setting/protocolconfig.xml: usable, but stands behind the other copy; 2 entries\n"),
+    EXPECT_NE(text.find("factory_setting/protocolconfig.xml: usable, but not known to be in force; 2 entries\n"),
               std::string::npos);
 }
 
@@ -186,8 +186,13 @@ TEST_F(ReportTest, TheTableHasAKindAndColumnsInEachLine) {
 
 TEST_F(ReportTest, TheJsonHasTheSame) {
     report.plan[1].protocol = "a\xFF\"\n";
+    report.plan[2].protocol = "\xC2\x9B";
 
-    const nlohmann::json object = nlohmann::json::parse(ReportAsJson(report, {}));
+    const std::string text = ReportAsJson(report, {});
+    const nlohmann::json object = nlohmann::json::parse(text);
+
+    EXPECT_EQ(text.find("\xC2\x9B"), std::string::npos) << "which a terminal takes for the start of a command";
+    EXPECT_EQ(object["plan"]["steps"][2]["protocol"], "\xC2\x9B");
 
     EXPECT_EQ(object["configurations"][0]["state"], "usable");
     EXPECT_EQ(object["configurations"][0]["inForce"], true);

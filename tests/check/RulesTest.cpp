@@ -368,8 +368,8 @@ const std::vector<RuleCase> Cases = {
          image.configure("<a" + attributes + "/>");
      },
      [](const Image& image) { image.configure("<a b=''/>"); }},
-    {"findings-cut", [](const Image& image) { AddEntry(image, Repeated("<a/>\n", 3000)); },
-     [](const Image& image) { AddEntry(image, Repeated("<a/>\n", 100)); }},
+    {"findings-cut", [](const Image& image) { AddEntry(image, Repeated("<ConfigItem/>\n", 5000)); },
+     [](const Image& image) { AddEntry(image, Repeated("<ConfigItem/>\n", 100)); }},
 };
 
 std::string CaseName(const testing::TestParamInfo<RuleCase>& info) {
@@ -406,6 +406,26 @@ TEST(RulesTest, EveryRuleHasACaseAndATextAndIsFoundByItsId) {
     }
     EXPECT_EQ(tried, ids);
     EXPECT_EQ(FindRule("no-such-rule"), nullptr);
+}
+
+TEST(RulesTest, ManyWarningsDoNotHideAnError) {
+    FindingList findings;
+    for (const int count : {10000, 10000, 10010}) { // what is listed already is not added, and not left out
+        EXPECT_FALSE(findings.count(Severity::Warning) > 10000U);
+        for (int i = 0; i < count; ++i) {
+            findings.add("a", {i, 1}, "id-empty", "");
+        }
+    }
+    EXPECT_STREQ(findings.all().back().rule, "findings-cut");
+    EXPECT_EQ(findings.count(Severity::Warning), 10001U);
+
+    findings.add("c", {}, "link-loop", "");
+
+    EXPECT_STREQ(findings.all().back().rule, "link-loop");
+    EXPECT_EQ(findings.count(Severity::Error), 1U);
+    findings.makeStrict();
+    EXPECT_EQ(findings.count(Severity::Error), 10002U);
+    EXPECT_EQ(findings.count(Severity::Warning), 0U);
 }
 
 TEST(RulesTest, AVeryLongAttributeIsNoSlipOfThePen) {
