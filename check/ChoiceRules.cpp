@@ -57,7 +57,7 @@ std::string Listed(const PlanStep& step) {
 
 XmlPlace NamePlace(const ConfigurationReport& report, size_t record) {
     const XmlPlacedElement& entry = report.entry(record);
-    const XmlPlacedAttribute* name = entry.find("ProtocolName");
+    const XmlPlacedAttribute* name = entry.find(NameAttribute);
     return name == nullptr ? entry.place : name->place;
 }
 

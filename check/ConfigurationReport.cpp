@@ -1,16 +1,19 @@
 #include "check/ConfigurationReport.h"
 
 #include "protocol/ProtocolConfig.h"
+#include "xmlconfig/XmlNestingLimit.h"
 #include "xmlconfig/XmlVocabulary.h"
 
 #include <algorithm>
+#include <iterator>
 #include <memory>
 
 namespace {
 
 using State = ConfigurationReport::State;
 
-constexpr const char* SectionName = "ProtocolConfig";
+// In front of a text in UTF-16, of either byte order.
+constexpr const char* Utf16Marks[] = {"\xFF\xFE", "\xFE\xFF"};
 
 void Refuse(ConfigurationReport& report, State state, const std::string& reason, XmlPlace place = {}) {
     report.state = state;
@@ -60,12 +63,23 @@ bool LookAtText(ConfigurationReport& report) {
     const XmlPlacedText& text = report.text;
     switch (text.state) {
     case XmlPlacedText::State::TooMuch:
-        Refuse(report, State::TooMuch, "parsing it would take minutes; it was not looked at");
+        Refuse(report, State::TooMuch,
+               "parsing it takes more than " + std::to_string(MaxParseSteps) +
+                   " steps, which is longer than a second or so; it was not looked at");
         return false;
     case XmlPlacedText::State::TooDeep:
-        Refuse(report, State::TooDeep, "its elements nest deeper than 5000");
+        Refuse(report, State::TooDeep, "its elements nest deeper than " + std::to_string(MaxElementDepth));
         break;
     case XmlPlacedText::State::NotWellFormed:
+        if (report.content.compare(0, 3, ByteOrderMark) == 0) {
+            Refuse(report, State::NotWellFormed, "it begins with a byte-order mark, after which nothing is read");
+            break;
+        }
+        if (std::any_of(std::begin(Utf16Marks), std::end(Utf16Marks),
+                        [&report](const char* mark) { return report.content.compare(0, 2, mark) == 0; })) {
+            Refuse(report, State::NotWellFormed, "it is written in UTF-16, which is not read");
+            break;
+        }
         Refuse(report, text.endsEarly ? State::Cut : State::NotWellFormed,
                (text.endsEarly ? "the text ends too early: " : "not well-formed: ") + text.reason, text.place);
         break;
@@ -75,10 +89,21 @@ bool LookAtText(ConfigurationReport& report) {
     return true;
 }
 
+// The parser takes the first ">" for the end of a document type declaration, and stops at the "]" behind it.
+std::string NoRootReason(const std::string& content) {
+    const size_t type = content.find("<!DOCTYPE");
+    const bool hasOwnPart =
+        type != std::string::npos && content.find('[', type) < std::min(content.find('>', type), content.size());
+    return std::string("no root element is found") +
+           (hasOwnPart ? ": the parser stops in the DOCTYPE, whose part in brackets it does not know" : "");
+}
+
+// This walk and the next only explain: they stop where the launcher's own, in xmlconfig/, does, and keep the places, which
+// that has not. TakeReading holds them to its result.
 void FindSection(ConfigurationReport& report) {
     const std::vector<XmlPlacedElement>& topLevel = report.text.topLevel;
     if (topLevel.empty()) {
-        Refuse(report, State::WrongRoot, "it has no root element");
+        Refuse(report, State::WrongRoot, NoRootReason(report.content));
         return;
     }
     const XmlPlacedElement& root = topLevel.front();
@@ -124,7 +149,7 @@ void FindEntries(ConfigurationReport& report) {
     } else if (count > ConfigurationReport::MaxEntries) {
         Refuse(report, State::TooManyEntries,
                "it has " + std::to_string(count) + " entries, more than " +
-                   std::to_string(ConfigurationReport::MaxEntries) + ": the launcher ends by signal 6",
+                   std::to_string(ConfigurationReport::MaxEntries) + ": the launcher ends by signal 6 when it reads it",
                children[report.firstEntry + ConfigurationReport::MaxEntries].place);
     }
 }
@@ -162,10 +187,26 @@ const char* StateName(State state) noexcept {
         return "no-section";
     case State::NoEntry:
         return "no-entry";
+    case State::Contradictory:
+        return "contradictory";
     default:
         break;
     }
     return "too-many-entries";
+}
+
+void TakeReading(const std::vector<ProtocolTypeInfo>* records, ConfigurationReport& report) {
+    if (!report.isUsable() && records == nullptr) {
+        return;
+    }
+    if (report.isUsable() && records != nullptr &&
+        records->size() == report.section->children.size() - report.firstEntry) {
+        report.records = *records;
+        return;
+    }
+    Refuse(report, State::Contradictory,
+           "the launcher's parser reads it otherwise than this program explains it: the file was changed meanwhile, or "
+           "this program has an error, which please report");
 }
 
 ConfigurationReport ReadConfiguration(const DeviceRoot& root, const std::string& path, const std::string& role) {
@@ -195,13 +236,6 @@ ConfigurationReport ReadConfiguration(const DeviceRoot& root, const std::string&
     }
     // What counts is what the launcher's own parser makes of the file; what was found above only explains it.
     ProtocolConfig config;
-    if (config.parse(root.onHost(entry.path))) {
-        report.state = State::Usable;
-        report.records = config.getProtocolList();
-    } else if (report.isUsable()) { // LCOV_EXCL_BR_LINE: only when the file is changed between the two readings
-        Refuse(report, State::Unreadable, "the launcher does not read it"); // LCOV_EXCL_LINE: as above
-    }
-    const size_t entries = report.section == nullptr ? 0 : report.section->children.size() - report.firstEntry;
-    report.records.resize(std::min(report.records.size(), entries)); // as above: each record has its element
+    TakeReading(config.parse(root.onHost(entry.path)) ? &config.getProtocolList() : nullptr, report);
     return report;
 }

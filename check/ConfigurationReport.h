@@ -9,6 +9,16 @@
 #include <string>
 #include <vector>
 
+/// U+FEFF in UTF-8, which some editors put in front of a text.
+inline constexpr char ByteOrderMark[] = "\xEF\xBB\xBF";
+
+/// The words of the protocol section, which protocol/ has inside its own reading.
+inline constexpr char SectionName[] = "ProtocolConfig";
+inline constexpr char NameAttribute[] = "ProtocolName";
+inline constexpr char IdAttribute[] = "ProtocolId";
+inline constexpr char TypeAttribute[] = "ProtocolType";
+inline constexpr char EnableAttribute[] = "ProtocolEnable";
+
 /// One configuration file: what the launcher would read from it, or why it would not.
 struct ConfigurationReport {
     enum class State : uint8_t {
@@ -18,7 +28,7 @@ struct ConfigurationReport {
         Unreadable,
         Empty,
         TooLarge, ///< for this program: not looked at
-        TooMuch,  ///< for this program: the parser would be busy for minutes
+        TooMuch,  ///< for this program: the parser would be busy for longer than a second or so
         Cut,      ///< the text ends where it may not
         NotWellFormed,
         TooDeep,
@@ -27,6 +37,7 @@ struct ConfigurationReport {
         SearchEnded, ///< an element without a name stands before any protocol section
         NoSection,
         NoEntry,
+        Contradictory,  ///< what the launcher's parser reads is not what was explained
         TooManyEntries, ///< ends the launcher: the other copy is not tried
     };
 
@@ -53,7 +64,8 @@ struct ConfigurationReport {
 
     /// @return whether this program could not find out if the launcher would use the file.
     bool isUnknown() const noexcept {
-        return state == State::Unreadable || state == State::TooLarge || state == State::TooMuch;
+        return state == State::Unreadable || state == State::TooLarge || state == State::TooMuch ||
+               state == State::Contradictory;
     }
 
     /// @return the element that a record was read from.
@@ -69,6 +81,11 @@ struct ConfigurationReport {
 
 /// @return a word for a state, as it stands in tables: "usable", "absent", "not-well-formed".
 const char* StateName(ConfigurationReport::State state) noexcept;
+
+/// Takes over what the launcher's parser read of a file that was explained. Its answer is what counts; where it is not the
+/// explanation's, the file was changed in between or the explanation is wrong, and the state becomes `Contradictory`.
+/// @param records null when the parser refuses the file.
+void TakeReading(const std::vector<ProtocolTypeInfo>* records, ConfigurationReport& report);
 
 /// Reads a configuration as the launcher does, by the launcher's own parser, and explains what it refuses.
 /// Threads: one. Throws only std::bad_alloc.

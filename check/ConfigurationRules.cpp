@@ -22,12 +22,12 @@ namespace {
 
 using State = ConfigurationReport::State;
 
-constexpr std::array<const char*, 4> EntryAttributes = {"ProtocolName", "ProtocolId", "ProtocolType", "ProtocolEnable"};
+constexpr std::array<const char*, 4> EntryAttributes = {NameAttribute, IdAttribute, TypeAttribute, EnableAttribute};
+// What they have in front, and is left out at times.
+constexpr const char* CommonPrefix = "protocol";
 // A name further away than this from all that are known is another name, not a slip of the pen.
 constexpr size_t MaxSlips = 2;
 constexpr size_t MaxNameLength = 64;
-
-constexpr const char* ByteOrderMark = "\xEF\xBB\xBF";
 
 std::string Quoted(const std::string& text) {
     return "\"" + text + "\"";
@@ -61,10 +61,13 @@ std::string MeantBy(const std::string& name, const Names& known) {
     if (name.size() > MaxNameLength) {
         return {};
     }
+    const std::string lower = ToLower(name);
     std::string meant;
     size_t fewest = MaxSlips + 1;
     for (const char* each : known) {
-        const size_t slips = SlipsBetween(ToLower(name), ToLower(each));
+        const std::string whole = ToLower(each);
+        const bool isShort = CommonPrefix + lower == whole || CommonPrefix + lower == whole + "d"; // "Enabled"
+        const size_t slips = isShort ? 0 : SlipsBetween(lower, whole);
         if (slips < fewest) {
             fewest = slips;
             meant = each;
@@ -95,7 +98,7 @@ public:
         if (report.text.isUtf8) {
             if (invalid != std::string::npos) {
                 addAtOffset(invalid, "encoding-mismatch",
-                            "declared as UTF-8, but the byte at offset " + std::to_string(invalid) + " is none");
+                            "declared as UTF-8, but the byte at offset " + std::to_string(invalid) + " is not");
             }
             return;
         }
@@ -107,7 +110,7 @@ public:
         } else if (ToLower(declared) != "gb2312") {
             findings.add(report.path, report.text.declarationPlace, "encoding-not-known",
                          "declared as " + Quoted(declared) + ", but every text that is not UTF-8 is read as GB2312");
-        } else if (invalid == std::string::npos && !IsAscii(text)) {
+        } else if (invalid == std::string::npos && looksLikeUtf8(text)) {
             findings.add(report.path, report.text.declarationPlace, "encoding-mismatch",
                          "declared as GB2312, but its bytes are UTF-8");
         }
@@ -146,6 +149,9 @@ public:
 
     // The elements beneath the root, as far as the search for the section looks at them, and the sections behind it.
     void checkSections() const {
+        if (report.state == State::NamelessRoot) {
+            explainMissingName(report.text.topLevel.front());
+        }
         if (report.sectionParent == nullptr) {
             return;
         }
@@ -156,9 +162,9 @@ public:
             const XmlPlacedAttribute* name = child.find(KeyAttributeName);
             if (isEnded && name == nullptr) {
                 explainMissingName(child);
-            } else if (isSectionSeen && name != nullptr && name->value == "ProtocolConfig") {
+            } else if (isSectionSeen && name != nullptr && name->value == SectionName) {
                 add(child.place, "section-duplicate",
-                    "a second section \"ProtocolConfig\": only the first one is read");
+                    "a second section " + Quoted(SectionName) + ": only the first one is read");
             }
             isSectionSeen = isSectionSeen || &child == report.section;
         }
@@ -174,7 +180,7 @@ public:
                 if (report.firstEntry < children.size()) {
                     add(children[i].place, "entry-before-first",
                         "the element " + Quoted(children[i].name) +
-                            " stands before the first \"ConfigItem\" and is ignored");
+                            " comes before the first \"ConfigItem\" and is ignored");
                 }
             } else {
                 checkEntry(children[i]);
@@ -183,12 +189,19 @@ public:
     }
 
 private:
+    // Of a text that is valid as UTF-8. Some characters of GB2312 are as well, by their two bytes; sequences of three bytes,
+    // such as Chinese has in UTF-8, or a conversion that fails, are no chance.
+    bool looksLikeUtf8(const std::string& text) const {
+        return report.text.cutAt != XmlPlacedText::None ||
+               std::any_of(text.begin(), text.end(), [](char c) { return static_cast<unsigned char>(c) >= 0xE0; });
+    }
+
     void add(XmlPlace place, const char* rule, const std::string& text) const {
         findings.add(report.path, place, rule, text);
     }
 
     void addAtOffset(size_t offset, const char* rule, const std::string& text) const {
-        add(PlaceOfOffset(report.content, offset), rule, text);
+        add(PlaceOfOffset(report.content, offset, report.text.isUtf8), rule, text);
     }
 
     void explainMissingName(const XmlPlacedElement& element) const {
@@ -203,7 +216,11 @@ private:
     void checkEntry(const XmlPlacedElement& entry) {
         if (entry.name != ItemElementName) {
             add(entry.place, "entry-other-element",
-                "the element " + Quoted(entry.name) + " behind a \"ConfigItem\" is taken as an entry, too");
+                "the element " + Quoted(entry.name) + " after a \"ConfigItem\" is taken as an entry, too");
+            if (std::none_of(EntryAttributes.begin(), EntryAttributes.end(),
+                             [&entry](const char* known) { return entry.find(known) != nullptr; })) {
+                return; // disabled, and nothing more about it helps
+            }
         }
         for (const XmlPlacedAttribute& attribute : entry.attributes) {
             const auto isIt = [&attribute](const char* known) { return attribute.name == known; };
@@ -211,34 +228,44 @@ private:
                 const std::string meant = MeantBy(attribute.name, EntryAttributes);
                 add(attribute.place, "attribute-unknown",
                     "unknown attribute " + Quoted(attribute.name) +
-                        (meant.empty() ? " is ignored" : ": was " + Quoted(meant) + " meant?"));
+                        (meant.empty() || entry.find(meant) != nullptr ? " is ignored"
+                                                                       : ": was " + Quoted(meant) + " meant?"));
             }
         }
-        checkText(entry, "ProtocolName", "name-empty", "name-duplicate", names);
-        checkText(entry, "ProtocolId", "id-empty", "id-duplicate", ids);
+        checkText(entry, NameAttribute, IsEnabled(entry) ? "name-empty" : nullptr, "name-duplicate", names);
+        checkText(entry, IdAttribute, "id-empty", "id-duplicate", ids);
         checkType(entry);
         checkEnable(entry);
     }
 
+    static bool IsEnabled(const XmlPlacedElement& entry) {
+        const XmlPlacedAttribute* attribute = entry.find(EnableAttribute);
+        bool isEnabled = false;
+        return attribute != nullptr && ParseBool(attribute->value, isEnabled) && isEnabled;
+    }
+
+    // @param emptyRule null when an empty text is of no matter.
     void checkText(const XmlPlacedElement& entry, const char* attributeName, const char* emptyRule,
                    const char* duplicateRule, std::map<std::string, int>& seen) const {
         const XmlPlacedAttribute* attribute = entry.find(attributeName);
         if (attribute == nullptr || attribute->value.empty()) {
-            add(attribute == nullptr ? entry.place : attribute->place, emptyRule,
-                std::string(attributeName) + (attribute == nullptr ? " is missing" : " is empty"));
+            if (emptyRule != nullptr) {
+                add(attribute == nullptr ? entry.place : attribute->place, emptyRule,
+                    std::string(attributeName) + (attribute == nullptr ? " is missing" : " is empty"));
+            }
             return;
         }
         const auto first = seen.emplace(attribute->value, attribute->place.line);
         if (!first.second) {
             add(attribute->place, duplicateRule,
-                std::string(attributeName) + " " + Quoted(attribute->value) + " stands in line " +
-                    std::to_string(first.first->second) + " already");
+                std::string(attributeName) + " " + Quoted(attribute->value) + " is already that of line " +
+                    std::to_string(first.first->second));
         }
     }
 
     // The launcher's atoi takes leading blanks, a sign and digits, and ignores what follows.
     void checkType(const XmlPlacedElement& entry) const {
-        const XmlPlacedAttribute* attribute = entry.find("ProtocolType");
+        const XmlPlacedAttribute* attribute = entry.find(TypeAttribute);
         if (attribute == nullptr) {
             add(entry.place, "type-value", "ProtocolType is missing and counts as 0");
             return;
@@ -249,14 +276,15 @@ private:
         const long long number = std::strtoll(text, &end, 10);
         if (end == text || *end != '\0' || std::isspace(static_cast<unsigned char>(*text)) != 0) {
             add(attribute->place, "type-value",
-                "ProtocolType " + Quoted(attribute->value) + " is no whole decimal number");
+                "ProtocolType " + Quoted(attribute->value) + " is not a whole decimal number");
         } else if (errno == ERANGE || number > INT_MAX || number < INT_MIN) {
-            add(attribute->place, "type-value", "ProtocolType " + Quoted(attribute->value) + " does not fit 32 bits");
+            add(attribute->place, "type-value",
+                "ProtocolType " + Quoted(attribute->value) + " does not fit in 32 bits");
         }
     }
 
     void checkEnable(const XmlPlacedElement& entry) const {
-        const XmlPlacedAttribute* attribute = entry.find("ProtocolEnable");
+        const XmlPlacedAttribute* attribute = entry.find(EnableAttribute);
         bool ignored = false;
         if (attribute == nullptr) {
             add(entry.place, "enable-value", "ProtocolEnable is missing: the protocol is disabled");

@@ -9,14 +9,15 @@ constexpr Rule Table[] = {
     // Configuration.
     {"no-configuration", Severity::Error,
      "Neither the working copy nor the factory copy of protocolconfig.xml can be used, so the launcher prints two "
-     "lines and runs nothing. Mend one of them; what is wrong with each is told by other findings."},
+     "lines and runs nothing. Correct one of them; what is wrong with each is told by other findings."},
     {"configuration-absent", Severity::Warning,
      "One of the two copies of protocolconfig.xml is not there. Without the working copy the launcher prints a line at "
      "each start and reads the factory copy; without the factory copy nothing stands in for a damaged working copy."},
     {"configuration-unusable", Severity::Error,
      "The file is there and the launcher does not use it: it cannot be read, is empty, ends too early, is not "
-     "well-formed, or has not the root element, the section or the entries that it must have. The other copy is read "
-     "instead."},
+     "well-formed, or lacks the root element, the section or the entries that it must have. The launcher then goes on "
+     "to the factory copy. Also reported when this program explains a file otherwise than the launcher's parser reads "
+     "it."},
     {"search-ended", Severity::Error,
      "The protocol section is looked for among the children of the root element, from the first \"Configure\" on. An "
      "element without an attribute \"name\" ends the search, even when the section follows. Give it a name, or move it "
@@ -24,15 +25,16 @@ constexpr Rule Table[] = {
     {"nesting-depth", Severity::Error,
      "Elements nest deeper than 5,000. The launcher refuses such a text, which would overflow its stack."},
     {"too-many-entries", Severity::Error,
-     "The section has more than 20,095 entries. The launcher ends by signal 6 before it runs anything, and the factory "
-     "copy is not tried."},
+     "The section has more than 20,095 entries. When the launcher reads it, it ends by signal 6 before it runs "
+     "anything; behind such a working copy the factory copy is not reached."},
     {"byte-order-mark", Severity::Error,
      "The text begins with a UTF-8 byte-order mark. The launcher takes it for GB2312 then, cannot convert it and does "
      "not use the file. Save it as UTF-8 without a byte-order mark."},
     {"encoding-mismatch", Severity::Error,
      "The bytes do not belong to the declared encoding. A text declared as UTF-8 is taken as it is: wrong bytes get "
-     "into the names, or swallow the quote behind them. A text declared as GB2312 whose bytes are UTF-8 is converted "
-     "to other characters, or is cut. Declare what the editor writes."},
+     "into the names, or swallow the quote after them. A text declared as GB2312 whose bytes are UTF-8 is converted to "
+     "other characters, or is cut; it is taken for UTF-8 when all of it is valid as that, and it has a sequence of "
+     "three bytes or does not convert. Declare what the editor writes."},
     {"encoding-cut", Severity::Error,
      "The text is read as GB2312, and has bytes that do not convert. The launcher sees nothing of the text from the "
      "first of them on. Declare encoding=\"utf-8\" if that is what the file is written in."},
@@ -43,28 +45,31 @@ constexpr Rule Table[] = {
      "The launcher knows UTF-8; a text that declares anything else is read as GB2312, whatever the declaration says. "
      "Declare \"utf-8\" or \"gb2312\"."},
     {"zero-byte", Severity::Warning,
-     "A text ends at its first zero byte; what stands behind is not read. A file system that lost data, or an editor "
+     "A text ends at its first zero byte; what comes after it is not read. A file system that lost data, or an editor "
      "that writes UTF-16, leaves such bytes."},
     {"section-duplicate", Severity::Warning,
-     "A second element with name=\"ProtocolConfig\" stands behind the protocol section. Only the first is read."},
+     "A second element with name=\"ProtocolConfig\" follows the protocol section. Only the first is read."},
     {"entry-before-first", Severity::Warning,
-     "Entries begin at the first \"ConfigItem\" of the section. An element in front of it is ignored, which is rarely "
-     "meant: look for a misspelled \"ConfigItem\"."},
+     "Entries begin at the first \"ConfigItem\" of the section. An element before it is ignored, which is rarely "
+     "meant: "
+     "look for a misspelled \"ConfigItem\"."},
     {"entry-other-element", Severity::Warning,
-     "Behind the first \"ConfigItem\" every element is taken as an entry, whatever its name. Its protocol is started "
-     "unless ProtocolEnable says otherwise; look for an element that belongs elsewhere."},
+     "After the first \"ConfigItem\" every element is taken as an entry, whatever its name. Its protocol is started "
+     "when "
+     "its ProtocolEnable is \"true\"; look for an element that belongs elsewhere."},
     {"attribute-unknown", Severity::Warning,
-     "An entry has the attributes ProtocolName, ProtocolId, ProtocolType and ProtocolEnable, in exactly this letter "
-     "case. Others are ignored, and what was meant by a misspelled one is missing."},
+     "An entry has the attributes ProtocolName, ProtocolId, ProtocolType and ProtocolEnable, the root element and a "
+     "section have \"name\", in exactly this letter case. Others are ignored, and what was meant by a misspelled one "
+     "is missing."},
     {"enable-value", Severity::Warning,
      "ProtocolEnable enables a protocol when it is \"true\", in any letter case. Everything else disables it: \"1\" "
      "and \"yes\" too. Write \"true\" or \"false\"."},
     {"type-value", Severity::Warning,
      "ProtocolType is read with atoi: digits up to the first other character, 0 when there are none, and no promise "
-     "for a number that does not fit 32 bits. Write a whole decimal number."},
+     "for a number that does not fit in 32 bits. Write a whole decimal number."},
     {"name-empty", Severity::Error,
-     "An entry without a ProtocolName matches every start program: the first of the directory is run (or its server "
-     "stopped) once more, unless the entry is disabled."},
+     "An enabled entry without a ProtocolName matches every start program: the first of the directory is run (or its "
+     "server stopped) once more."},
     {"name-duplicate", Severity::Warning,
      "Two entries have the same ProtocolName, so they take the same start program, which is run twice when both are "
      "enabled."},

@@ -75,16 +75,13 @@ XmlPlacedText::State Read(TiXmlDocument& document, const char* workingText, TiXm
     }
     out.reason = document.ErrorDesc();
     const std::string text = workingText;
+    const bool isUtf8 = encoding == TIXML_ENCODING_UTF8 || DetectEncoding(document, workingText) == TIXML_ENCODING_UTF8;
     // The library gives no place, row 0, where the text ends between two tags; where it ends inside one, no ">" follows.
-    if (document.ErrorRow() <= 0) {
-        out.endsEarly = true;
-        out.place = PlaceOfOffset(text, text.size());
-    } else {
-        const bool isUtf8 =
-            encoding == TIXML_ENCODING_UTF8 || DetectEncoding(document, workingText) == TIXML_ENCODING_UTF8;
-        out.place = {document.ErrorRow(), document.ErrorCol()};
-        out.endsEarly = text.find('>', OffsetOfPlace(text, out.place, isUtf8)) == std::string::npos;
-    }
+    const bool hasPlace = document.ErrorRow() > 0;
+    const size_t offset =
+        hasPlace ? OffsetOfPlace(text, {document.ErrorRow(), document.ErrorCol()}, isUtf8) : text.size();
+    out.endsEarly = !hasPlace || text.find('>', offset) == std::string::npos;
+    out.place = PlaceOfOffset(text, offset, isUtf8);
     return XmlPlacedText::State::NotWellFormed;
 }
 
@@ -118,14 +115,16 @@ const XmlPlacedAttribute* XmlPlacedElement::find(const std::string& attributeNam
     return at == attributes.end() ? nullptr : &*at;
 }
 
-XmlPlace PlaceOfOffset(const std::string& text, size_t offset) {
+XmlPlace PlaceOfOffset(const std::string& text, size_t offset, bool isUtf8) {
     XmlPlace place;
+    bool isSecond = false; // of the two bytes that are a character in GB2312
     for (size_t i = 0; i < std::min(offset, text.size()); ++i) {
         const auto byte = static_cast<unsigned char>(text[i]);
+        isSecond = !isUtf8 && byte >= 0x80 && !isSecond;
         if (byte == '\n' || (byte == '\r' && text[i + 1] != '\n')) { // a string's end is a zero byte
             ++place.line;
             place.column = 1;
-        } else if (byte != '\r' && (byte & 0xC0U) != 0x80U) {
+        } else if (byte != '\r' && !isSecond && (!isUtf8 || (byte & 0xC0U) != 0x80U)) {
             ++place.column;
         }
     }

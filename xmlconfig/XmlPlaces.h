@@ -5,7 +5,7 @@
 #include <vector>
 
 /// A place in a text, counted from 1: lines as CR LF, CR and LF end them, columns in characters with a tab as one. In a
-/// text that is not UTF-8, what fails before the conversion has its column in bytes.
+/// text that is read as GB2312, two bytes outside ASCII are a character.
 struct XmlPlace {
     int line = 1;
     int column = 1;
@@ -35,7 +35,7 @@ struct XmlPlacedText {
         WellFormed,
         NotWellFormed, ///< `reason` and `place` say why and where
         TooDeep,       ///< elements nest deeper than TinyXML's recursion is given
-        TooMuch,       ///< would keep the parser busy for minutes; only `ParseWithPlaces` looks at that
+        TooMuch,       ///< takes more than `MaxParseSteps`; only `ParseWithPlaces` looks at that
     };
 
     /// Stands for "nowhere" among the offsets.
@@ -56,10 +56,11 @@ struct XmlPlacedText {
 /// Parses a configuration text and keeps the places, for whoever explains it to a person. The same readings in the same
 /// order as `XmlConfigureDocument::Load` with UTF-8: for the encoding, converted where it is not UTF-8, again as UTF-8.
 ///
-/// Work is bounded: a text whose elements or attributes would take TinyXML minutes is not parsed.
+/// Work is bounded: a text whose elements or attributes would take TinyXML more than `MaxParseSteps` is not parsed.
 /// @param content the bytes of a file; they end at the first zero byte, as for the launcher.
 /// Throws only std::bad_alloc. Threads may call it at once.
 XmlPlacedText ParseWithPlaces(const std::string& content);
 
 /// @return the place of a byte of a text.
-XmlPlace PlaceOfOffset(const std::string& text, size_t offset);
+/// @param isUtf8 whether the text is read as UTF-8; as GB2312 otherwise.
+XmlPlace PlaceOfOffset(const std::string& text, size_t offset, bool isUtf8);

@@ -1,5 +1,6 @@
 #include "check/ConfigurationReport.h"
 
+#include "check/ConfigurationRules.h"
 #include "check/ReportText.h"
 #include "tests/check/DeviceImage.h"
 #include "tests/check/TextForAnyone.h"
@@ -109,7 +110,12 @@ TEST(ConfigurationReportTest, ATextThatIsRefusedHasTheReasonAndThePlace) {
              Case{withRoot("<Configure name='a'><b></c></Configure>"), State::NotWellFormed, "2:24",
                   "Error reading end tag."},
              Case{Repeated("<a>", 5001), State::TooDeep, "1:1", "5000"},
-             Case{withRoot("<!-- -->"), State::WrongRoot, "1:1", "no root element"},
+             Case{withRoot("<!-- -->"), State::WrongRoot, "1:1", "no root element is found"},
+             Case{withRoot("<!DOCTYPE Configure [<!ENTITY a \"b\"> ]>\n") + whole, State::WrongRoot, "1:1",
+                  "found: the parser stops in the DOCTYPE"},
+             Case{"\xEF\xBB\xBF" + whole, State::NotWellFormed, "1:1", "begins with a byte-order mark"},
+             Case{std::string("\xFF\xFE<\0a", 5), State::NotWellFormed, "1:1", "UTF-16"},
+             Case{std::string("\xFE\xFF\0<", 4), State::NotWellFormed, "1:1", "UTF-16"},
              Case{withRoot("<Config name='a'/>"), State::WrongRoot, "2:1", "\"Config\", not \"Configure\""},
              Case{withRoot("<Configure/>"), State::NamelessRoot, "2:1", "no attribute \"name\""},
              Case{withRoot("<Configure name='a'/>"), State::NoSection, "2:1", "no section"},
@@ -127,6 +133,27 @@ TEST(ConfigurationReportTest, ATextThatIsRefusedHasTheReasonAndThePlace) {
         EXPECT_NE(report.reason.find(each.reason), std::string::npos) << report.reason;
         EXPECT_TRUE(report.records.empty());
     }
+}
+
+// Both read the same bytes with the same parser: only a file that is changed meanwhile, or an error, comes to this.
+TEST(ConfigurationReportTest, AnExplanationThatIsNotTheLaunchersReadingIsAnError) {
+    const std::vector<ProtocolTypeInfo> three(3);
+    const auto stateWith = [](ConfigurationReport report, const std::vector<ProtocolTypeInfo>* records) {
+        TakeReading(records, report);
+        return std::string(StateName(report.state));
+    };
+    const auto readTwo = [] { return ReadText(ConfigurationText(Entries)); };
+
+    EXPECT_EQ(stateWith(readTwo(), &three), "contradictory");
+    EXPECT_EQ(stateWith(readTwo(), nullptr), "contradictory");
+    EXPECT_EQ(stateWith(ReadText("x"), &three), "contradictory");
+    EXPECT_EQ(stateWith(ReadText("x"), nullptr), "cut");
+    ConfigurationReport report = readTwo();
+    TakeReading(&three, report);
+    FindingList findings;
+    CheckConfiguration(report, findings);
+    EXPECT_EQ(findings.count(Severity::Error), 1U);
+    EXPECT_TRUE(report.isUnknown()) << "so nothing is planned";
 }
 
 TEST(ConfigurationReportTest, EachStateHasAWordOfItsOwnButTheTwoThatWereNotLookedAt) {

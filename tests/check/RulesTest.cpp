@@ -93,6 +93,11 @@ const std::vector<RuleCase> Cases = {
      [](const Image& image) { AddEntry(image, EntryText(Chinese, "3", "false")); }, "offset"},
     {"encoding-mismatch", [](const Image& image) { NameInGb2312(image, Gb2312, Chinese); },
      [](const Image& image) { NameInGb2312(image, Gb2312, ChineseGb2312); }, "its bytes are UTF-8"},
+    // CB AE is a character in GB2312, and one in UTF-8 as well; three bytes of UTF-8 do not convert.
+    {"encoding-mismatch", [](const Image& image) { NameInGb2312(image, Gb2312, "\xE6\xB0\xB4"); },
+     [](const Image& image) { NameInGb2312(image, Gb2312, "\xCB\xAE"); }, "its bytes are UTF-8"},
+    {"encoding-mismatch", [](const Image& image) { NameInGb2312(image, Gb2312, "\xCB\xAE\xC2\x80"); },
+     [](const Image& image) { NameInGb2312(image, Gb2312, "\xCB\xAE\xCB\xAE"); }, "its bytes are UTF-8"},
     {"encoding-cut", [](const Image& image) { NameInGb2312(image, Gb2312, ChineseGb2312 + "\xFF\xFF"); },
      [](const Image& image) { NameInGb2312(image, Gb2312, ChineseGb2312); }, "offset"},
     {"encoding-undeclared", [](const Image& image) { NameInGb2312(image, "", ChineseGb2312); },
@@ -122,6 +127,20 @@ const std::vector<RuleCase> Cases = {
          image.configure(Replaced(ConfigurationText(TwoEntries), "</Configure>", "</Configure>\n<x Name=\"x\"/>"));
      },
      "was \"name\" meant"},
+    {"attribute-unknown",
+     [](const Image& image) {
+         image.configure(Replaced(ConfigurationText(TwoEntries), "name=\"Device", "Name=\"Device"));
+     },
+     [](const Image& image) {
+         image.configure(Replaced(ConfigurationText(TwoEntries), "name=\"Device", "Name=\"\" name=\"Device"));
+     },
+     "was \"name\" meant"},
+    {"attribute-unknown", [](const Image& image) { Rewrite(image, "ProtocolId", "Id"); },
+     [](const Image& image) { AddEntry(image, "<x Id='3'/>"); }, "\"ProtocolId\" meant"},
+    {"attribute-unknown", [](const Image& image) { Rewrite(image, "ProtocolEnable", "Enabled"); },
+     [](const Image& image) { AddEntry(image, "<x Enabled='3'/>"); }, "\"ProtocolEnable\" meant"},
+    {"attribute-unknown", [](const Image& image) { Rewrite(image, "/>", " Name=\"\"/>"); },
+     [](const Image& image) { Rewrite(image, "/>", "/><!-- Name -->"); }, "\"Name\" is ignored"},
     {"attribute-unknown", [](const Image& image) { Rewrite(image, "/>", " Comment=\"\"/>"); },
      [](const Image& image) { Rewrite(image, "/>", "><x Comment=\"\"/></ConfigItem>"); }, "is ignored"},
     {"enable-value", [](const Image& image) { AddEntry(image, EntryText("X", "3", "yes")); },
@@ -139,8 +158,10 @@ const std::vector<RuleCase> Cases = {
      [](const Image& image) { Rewrite(image, "ProtocolType=\"1\"", "ProtocolType=\"0\""); }},
     {"type-value", [](const Image& image) { Rewrite(image, "ProtocolType=\"1\"", "ProtocolType=\" 1\""); },
      [](const Image& image) { Rewrite(image, "ProtocolType=\"1\"", "ProtocolType=\"01\""); }},
-    {"name-empty", [](const Image& image) { AddEntry(image, EntryText("", "3", "false")); },
-     [](const Image& image) { AddEntry(image, EntryText(" ", "3", "false")); }},
+    {"name-empty", [](const Image& image) { AddEntry(image, EntryText("", "3")); },
+     [](const Image& image) { AddEntry(image, EntryText("", "3", "false")); }, "is empty"},
+    {"name-empty", [](const Image& image) { AddEntry(image, "<ConfigItem ProtocolEnable='TRUE'/>"); },
+     [](const Image& image) { AddEntry(image, "<ConfigItem/><ConfigItem ProtocolEnable='yes'/>"); }, "is missing"},
     {"name-duplicate", [](const Image& image) { AddEntry(image, EntryText("Modbus", "3", "false")); },
      [](const Image& image) { AddEntry(image, EntryText("modbus", "3", "false")); }, "line 4"},
     {"id-empty", [](const Image& image) { AddEntry(image, EntryText("X", "", "false")); },
@@ -406,6 +427,23 @@ TEST(RulesTest, EveryRuleHasACaseAndATextAndIsFoundByItsId) {
     }
     EXPECT_EQ(tried, ids);
     EXPECT_EQ(FindRule("no-such-rule"), nullptr);
+}
+
+TEST(RulesTest, AStrayElementHasOneFinding) {
+    const DeviceImage image;
+    image.write(DeviceImage::Working, ConfigurationText(TwoEntries + "<a b='c'/>"));
+
+    EXPECT_EQ(FindingsText(image.check()), std::string(DeviceImage::Working) +
+                                               ":6:1: warning: entry-other-element: the element \"a\" after a "
+                                               "\"ConfigItem\" is taken as an entry, too\n");
+}
+
+TEST(RulesTest, WhereAGb2312TextIsCutIsToldInCharacters) {
+    const DeviceImage image;
+    NameInGb2312(image, Gb2312, ChineseGb2312 + "\xFF");
+
+    EXPECT_NE(FindingsText(image.check()).find(":6:29: error: encoding-cut: "), std::string::npos)
+        << FindingsText(image.check());
 }
 
 TEST(RulesTest, ManyWarningsDoNotHideAnError) {

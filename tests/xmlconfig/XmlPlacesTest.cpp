@@ -125,7 +125,21 @@ TEST(XmlPlacesTest, WhereTheConversionCutsATextIsTheOffsetOfTheFirstByteThatDoes
     EXPECT_EQ(text.state, State::NotWellFormed);
 }
 
-TEST(XmlPlacesTest, ATextThatNestsTooDeepOrWouldTakeMinutesIsNotParsed) {
+TEST(XmlPlacesTest, AColumnOfGb2312CountsTwoBytesOutsideAsciiAsACharacter) {
+    const std::string text = "\xCD\xF8\xB9\xD8=\xB9\n\xD8x";
+    EXPECT_EQ(At(PlaceOfOffset(text, 2, false)), "1:2");
+    EXPECT_EQ(At(PlaceOfOffset(text, 4, false)), "1:3");
+    EXPECT_EQ(At(PlaceOfOffset(text, 5, false)), "1:4");
+    EXPECT_EQ(At(PlaceOfOffset(text, 7, false)), "2:1");
+
+    // Before the conversion, too.
+    const std::string wrong = "<Configure name='\xCD\xF8\xB9\xD8'></b></Configure>";
+    EXPECT_EQ(At(ParseWithPlaces(Gb2312Declaration + wrong).place), "2:22");
+    EXPECT_EQ(At(ParseWithPlaces(Declaration + "<Configure name='\xE7\xBD\x91\xE5\x85\xB3'></b></Configure>").place),
+              "2:22");
+}
+
+TEST(XmlPlacesTest, ATextThatNestsTooDeepOrTakesTooManyStepsIsNotParsed) {
     EXPECT_EQ(ParseWithPlaces(Repeated("<a>", 5001)).state, State::TooDeep);
 
     std::string manyAttributes = "<a";
@@ -171,9 +185,9 @@ TEST(XmlPlacesTest, ATextIsWellFormedWithPlacesExactlyWhenTheDocumentLoadsIt) {
 TEST(XmlPlacesTest, AnOffsetsPlaceCountsLineEndsOnceAndCharactersAsOne) {
     const std::string text = "a\r\nb\rc\n\xE7\xBD\x91z";
 
-    EXPECT_EQ(At(PlaceOfOffset(text, 0)), "1:1");
-    EXPECT_EQ(At(PlaceOfOffset(text, 3)), "2:1");
-    EXPECT_EQ(At(PlaceOfOffset(text, 5)), "3:1");
-    EXPECT_EQ(At(PlaceOfOffset(text, 10)), "4:2");
-    EXPECT_EQ(At(PlaceOfOffset(text, 1000)), "4:3");
+    EXPECT_EQ(At(PlaceOfOffset(text, 0, true)), "1:1");
+    EXPECT_EQ(At(PlaceOfOffset(text, 3, true)), "2:1");
+    EXPECT_EQ(At(PlaceOfOffset(text, 5, true)), "3:1");
+    EXPECT_EQ(At(PlaceOfOffset(text, 10, true)), "4:2");
+    EXPECT_EQ(At(PlaceOfOffset(text, 1000, true)), "4:3");
 }
