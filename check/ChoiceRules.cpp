@@ -41,14 +41,10 @@ bool IsLeftover(const std::string& original) {
                        [&name](const char* part) { return name.find(part) != std::string::npos; });
 }
 
-bool MatchesToo(const PassedOver& other) {
-    return other.mayBeTaken() || other.reason == PassedOver::Reason::Later;
-}
-
 std::string Listed(const PlanStep& step) {
     std::string text = "\"" + step.file + "\"";
     for (const PassedOver& other : step.passedOver) {
-        if (MatchesToo(other)) {
+        if (other.matches()) {
             text += ", \"" + other.name + "\"";
         }
     }
@@ -71,7 +67,8 @@ void CheckStep(const ConfigurationReport& report, size_t record, const PlanStep&
         }
         findings.add(report.path, place, "program-missing", text);
     }
-    if (std::any_of(step.passedOver.begin(), step.passedOver.end(), MatchesToo)) {
+    if (std::any_of(step.passedOver.begin(), step.passedOver.end(),
+                    [](const PassedOver& other) { return other.matches(); })) {
         findings.add(report.path, place, "program-ambiguous",
                      who + ": the first of these in the order of the directory is run: " + Listed(step));
     }

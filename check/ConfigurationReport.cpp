@@ -40,7 +40,7 @@ bool LookAtFile(const DeviceEntry& entry, ConfigurationReport& report) {
         Refuse(report, State::NotAFile, "it is a directory");
         return false;
     case DeviceEntry::Kind::Other:
-        Refuse(report, State::NotAFile, "it is no regular file");
+        Refuse(report, State::NotAFile, "it is not a regular file");
         return false;
     default:
         break;

@@ -21,12 +21,12 @@ constexpr Rule Table[] = {
     {"search-ended", Severity::Error,
      "The protocol section is looked for among the children of the root element, from the first \"Configure\" on. An "
      "element without an attribute \"name\" ends the search, even when the section follows. Give it a name, or move it "
-     "in front of the first \"Configure\"."},
+     "before the first \"Configure\"."},
     {"nesting-depth", Severity::Error,
      "Elements nest deeper than 5,000. The launcher refuses such a text, which would overflow its stack."},
     {"too-many-entries", Severity::Error,
      "The section has more than 20,095 entries. When the launcher reads it, it ends by signal 6 before it runs "
-     "anything; behind such a working copy the factory copy is not reached."},
+     "anything; after such a working copy the factory copy is not reached."},
     {"byte-order-mark", Severity::Error,
      "The text begins with a UTF-8 byte-order mark. The launcher takes it for GB2312 then, cannot convert it and does "
      "not use the file. Save it as UTF-8 without a byte-order mark."},
@@ -75,7 +75,8 @@ constexpr Rule Table[] = {
      "enabled."},
     {"id-empty", Severity::Warning, "An entry has no ProtocolId. The launcher does not use it, others may."},
     {"id-duplicate", Severity::Warning,
-     "Two entries have the same ProtocolId. The launcher does not use it, whoever tells protocols apart by it cannot."},
+     "Two entries have the same ProtocolId. The launcher does not use it, but whoever tells protocols apart by it "
+     "cannot."},
 
     // Choice of file.
     {"services-missing", Severity::Error,
@@ -83,21 +84,23 @@ constexpr Rule Table[] = {
      "\"/factory_setting/\" itself for each enabled protocol, which the shell refuses."},
     {"program-missing", Severity::Error,
      "No name in \"/factory_setting/\" contains \"loadservice\" and the protocol's name, in exactly this letter case; "
-     "directories and names with a leading dot do not count. The launcher runs \"/factory_setting/\" itself, which the "
+     "directories and names with a leading dot do not count. To start, the launcher runs \"/factory_setting/\" itself, "
+     "which the "
      "shell refuses, and to stop runs \"killall -15 _Server\"."},
     {"program-ambiguous", Severity::Warning,
      "Several names match one protocol, and the first in the order of the directory is run. That order is the file "
      "system's own: on the device it may be another than here, and it may change when a file is added."},
     {"program-case", Severity::Warning,
-     "A start program would match the protocol if letter case did not matter. It does. Rename the one or the other."},
+     "A start program would match the protocol if letter case did not matter. It does. Rename one of the two."},
     {"program-shared", Severity::Warning,
      "One start program is taken by two enabled protocols, or may be where the order of the directory is open: it is "
      "run twice, and the second stop finds nothing."},
     {"program-untaken", Severity::Warning,
      "A start program that no entry of any usable configuration takes, enabled or not: its entry is missing, its name "
-     "is misspelled, or another program stands in front of it."},
+     "is misspelled, or another program comes before it in the directory."},
     {"program-leftover", Severity::Warning,
-     "The name ends as that of a copy which an editor or a package manager leaves behind. It counts as a start program "
+     "The name looks like that of a copy which an editor or a package manager leaves behind. It counts as a start "
+     "program "
      "all the same, and may be the one that is run. Remove it from the image."},
     {"name-contained", Severity::Warning,
      "A protocol's name is contained in another's, \"Modbus\" in \"ModbusTCP\": the start program of the longer "
@@ -120,10 +123,10 @@ constexpr Rule Table[] = {
      "argument, and does not find it. Save the script with LF."},
     {"interpreter-byte-order-mark", Severity::Error,
      "A byte-order mark stands before \"#!\". The kernel does not take the file for a script; a shell may run it "
-     "itself, and complains of the first line. Save it without."},
+     "itself, and complains about the first line. Save it without."},
     {"interpreter-missing", Severity::Error,
      "The interpreter that the first line names is not in the image, is not executable, or its line is longer than the "
-     "kernel reads. The shell says \"not found\" of the script, although that is there."},
+     "kernel reads. The shell says \"not found\" of the script, although the script is there."},
     {"elf-damaged", Severity::Error,
      "The file begins as an ELF program, but its headers are no program's or lead out of it. It was cut or "
      "overwritten, or is an object file."},
@@ -135,16 +138,17 @@ constexpr Rule Table[] = {
     {"elf-byte-order", Severity::Error, "The program has the other byte order than the image's own programs."},
     {"elf-interpreter-missing", Severity::Error,
      "The dynamic linker that the program names (PT_INTERP) is not in the image. The shell says \"not found\" of the "
-     "program, although that is there. It was built for another C library."},
+     "program, although the program is there. It was built for another C library."},
     {"library-missing", Severity::Error,
      "A shared library that the program needs, itself or through another library, is nowhere that the dynamic linker "
      "looks. A library that is found through LD_LIBRARY_PATH on the device is reported as well: it is not known here."},
     {"writable-by-others", Severity::Warning,
-     "The group of the file or everyone may write it. The launcher runs as root: who can change the file becomes "
+     "The group of the file or everyone may write it. The launcher runs as root: whoever can change the file becomes "
      "root."},
     {"name-shell-characters", Severity::Error,
      "The name of a start program reaches the shell unquoted. A blank ends the program's name, \";\" begins another "
-     "command, \"$(...)\" is run; and a \"-\" in front makes an option of what killall is given. Keep to letters, "
+     "command, \"$(...)\" is run; and a \"-\" at the beginning makes an option of what killall is given. Keep to "
+     "letters, "
      "digits, \"_\", \"-\" and \".\"."},
     {"command-too-long", Severity::Error,
      "The command to start or to stop has more than 63 bytes and is not run. There is room for 46 bytes of the start "
@@ -161,11 +165,13 @@ constexpr Rule Table[] = {
      "The start programs of two protocols have the same part before the first \"_\", so both servers are stopped by "
      "one name: \"IEC_101_loadservice\" and \"IEC_104_loadservice\" are both stopped by \"IEC_Server\"."},
     {"server-missing", Severity::Warning,
-     "No file of the image bears the name by which the protocol is stopped, so probably no process will. A server that "
+     "No file of the image has the name by which the protocol is stopped, so probably no process will have it. A "
+     "server that "
      "renames itself, or is called so by a link made on the device, cannot be seen here."},
     {"server-no-interpreter-line", Severity::Error,
      "The server is a script without an interpreter line. The kernel does not run it; a shell does so itself and keeps "
-     "its own name. Tried: neither the killall of psmisc nor that of BusyBox finds it. Begin it with \"#!/bin/sh\"."},
+     "its own name. Tried: neither the killall of psmisc nor that of BusyBox finds it. Begin the script with "
+     "\"#!/bin/sh\"."},
     {"server-through-interpreter", Severity::Error,
      "The server is started as the argument of an interpreter, or its interpreter line goes through env: the process "
      "bears the interpreter's name. Tried: neither killall finds it. Make the script executable, begin it with the "
@@ -176,7 +182,8 @@ constexpr Rule Table[] = {
 
     // What was not looked at.
     {"partial-tree", Severity::Note,
-     "The tree has neither /bin nor /usr/bin, so it is a part that is laid over a system. What that system brings "
+     "The tree has neither /bin nor /usr/bin, so it is taken for a part that is laid over a system. What that system "
+     "brings "
      "along (interpreters, libraries, killall) is not looked for."},
     {"not-looked-at", Severity::Warning,
      "Something is larger or more than this program looks at, or cannot be read by this user: nothing is known of it."},

@@ -142,7 +142,7 @@ void TakeMissing(std::vector<Deed>& deeds, const std::vector<Deed>& others, Plan
 
 } // namespace
 
-ServiceDirectory ListServices(const DeviceRoot& root) {
+ServiceDirectory ListServices(const DeviceRoot& root, size_t maxEntries) {
     ServiceDirectory services;
     services.path = root.onHost(ServiceCommand::ServiceDir);
     const DeviceEntry entry = root.look(ServiceCommand::ServiceDir);
@@ -174,8 +174,8 @@ ServiceDirectory ListServices(const DeviceRoot& root) {
         }
     }
     std::vector<DeviceName> all;
-    static_cast<void>(root.list(ServiceCommand::ServiceDir, ServiceDirectory::MaxEntries + 1, all));
-    services.isCut = services.isCut || all.size() > ServiceDirectory::MaxEntries;
+    static_cast<void>(root.list(ServiceCommand::ServiceDir, maxEntries + 1, all));
+    services.isCut = services.isCut || all.size() > maxEntries;
     for (DeviceName& each : all) {
         const bool isHidden = each.name.front() == '.';
         if ((isHidden || each.isDirectory) && ServiceCommand::serves(each.name, "")) {

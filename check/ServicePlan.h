@@ -18,7 +18,7 @@ struct ServiceDirectory {
 
     /// Names of each kind that the launcher passes over; of more the rest is left out, and `isCut` set.
     static constexpr size_t MaxPassedOver = 1000;
-    /// Entries of the directory that are looked at for such names; with more, `isCut` is set as well.
+    /// Entries of the directory that are looked at for such names in ordinary use; with more, `isCut` is set as well.
     static constexpr size_t MaxEntries = 100000;
 
     std::string path; ///< on the machine that runs the check
@@ -38,7 +38,8 @@ struct ServiceDirectory {
 /// @return a word for a state, as it stands in tables: "listed".
 const char* StateName(ServiceDirectory::State state) noexcept;
 
-ServiceDirectory ListServices(const DeviceRoot& root);
+/// @param maxEntries of the directory that are looked at for names that the launcher passes over.
+ServiceDirectory ListServices(const DeviceRoot& root, size_t maxEntries = ServiceDirectory::MaxEntries);
 
 /// A name that a protocol does not get, and why.
 struct PassedOver {
@@ -51,6 +52,9 @@ struct PassedOver {
     };
     std::string name;
     Reason reason;
+
+    /// @return whether it could be taken, if others did not come before it.
+    bool matches() const noexcept { return reason <= Reason::MaybeNext; }
 
     /// @return whether it may be the one that the device takes.
     bool mayBeTaken() const noexcept { return reason == Reason::MaybeNext; }

@@ -68,7 +68,7 @@ TEST(ConfigurationReportTest, WhatIsNoFileIsToldApart) {
 
     image.remove(Path);
     ASSERT_EQ(mkfifo(image.onHost(Path).c_str(), 0644), 0);
-    EXPECT_EQ(Read(image).reason, "it is no regular file");
+    EXPECT_EQ(Read(image).reason, "it is not a regular file");
     EXPECT_EQ(Read(image).state, State::NotAFile);
 
     image.write(Path, "");
@@ -111,6 +111,7 @@ TEST(ConfigurationReportTest, ATextThatIsRefusedHasTheReasonAndThePlace) {
                   "Error reading end tag."},
              Case{Repeated("<a>", 5001), State::TooDeep, "1:1", "5000"},
              Case{withRoot("<!-- -->"), State::WrongRoot, "1:1", "no root element is found"},
+             Case{withRoot("<!DOCTYPE Configure> <!-- [ -->"), State::WrongRoot, "1:1", "no root element is found"},
              Case{withRoot("<!DOCTYPE Configure [<!ENTITY a \"b\"> ]>\n") + whole, State::WrongRoot, "1:1",
                   "found: the parser stops in the DOCTYPE"},
              Case{"\xEF\xBB\xBF" + whole, State::NotWellFormed, "1:1", "begins with a byte-order mark"},

@@ -94,7 +94,7 @@ const std::vector<RuleCase> Cases = {
     {"encoding-mismatch", [](const Image& image) { NameInGb2312(image, Gb2312, Chinese); },
      [](const Image& image) { NameInGb2312(image, Gb2312, ChineseGb2312); }, "its bytes are UTF-8"},
     // CB AE is a character in GB2312, and one in UTF-8 as well; three bytes of UTF-8 do not convert.
-    {"encoding-mismatch", [](const Image& image) { NameInGb2312(image, Gb2312, "\xE6\xB0\xB4"); },
+    {"encoding-mismatch", [](const Image& image) { NameInGb2312(image, Gb2312, "\xE6\xB0\xB4\xE6\xB0\xB4"); },
      [](const Image& image) { NameInGb2312(image, Gb2312, "\xCB\xAE"); }, "its bytes are UTF-8"},
     {"encoding-mismatch", [](const Image& image) { NameInGb2312(image, Gb2312, "\xCB\xAE\xC2\x80"); },
      [](const Image& image) { NameInGb2312(image, Gb2312, "\xCB\xAE\xCB\xAE"); }, "its bytes are UTF-8"},

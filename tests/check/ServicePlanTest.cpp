@@ -74,6 +74,8 @@ TEST(ServicePlanTest, AChoiceAmongSeveralIsOpenUnlessTheOrderIsTheDevices) {
         EXPECT_EQ(step.passedOver[0].name, "A_loadservice");
         EXPECT_EQ(step.passedOver[0].reason, isTheDevices ? PassedOver::Reason::Later : PassedOver::Reason::MaybeNext);
         EXPECT_EQ(step.condition().empty(), isTheDevices);
+        EXPECT_TRUE(step.passedOver[0].matches());
+        EXPECT_EQ(step.passedOver[0].mayBeTaken(), !isTheDevices);
     }
     EXPECT_FALSE(StartPlan("A", Services({"A_loadservice"}, false)).front().isOpen);
 }
@@ -256,6 +258,9 @@ TEST(ServicePlanTest, NamesThatThePassOverIsAboutAreKeptUpToALimitAndThatIsSaid)
         EXPECT_TRUE(report.services.isCut);
         EXPECT_TRUE(HasRule(report, "not-looked-at"));
     }
+    const DeviceImage image; // with two start programs
+    EXPECT_FALSE(ListServices(DeviceRoot(image.root()), 2).isCut);
+    EXPECT_TRUE(ListServices(DeviceRoot(image.root()), 1).isCut);
 }
 
 // For root of the device it can be listed.
