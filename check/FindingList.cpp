@@ -22,17 +22,19 @@ void FindingList::add(const std::string& path, XmlPlace place, const char* rule,
         return;
     }
     const Rule& found = *FindRule(rule);
-    if (count(found.severity) < Limit) {
+    size_t& ofRule = countOfRule[found.id];
+    if (ofRule < Limit) {
+        ++ofRule;
         known.insert(key);
         keep({path, place, found.severity, found.id, text});
-    } else if (!isCut) {
-        isCut = true;
+    } else if (cutRules.insert(found.id).second) {
         const Rule& cut = *FindRule("findings-cut");
         keep({path,
               {},
               cut.severity,
               cut.id,
-              "only " + std::to_string(Limit) + " findings of a severity are listed, and there are more"});
+              "only " + std::to_string(Limit) + " findings of the rule " + found.id +
+                  " are listed, and there are more"});
     }
 }
 

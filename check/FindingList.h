@@ -5,6 +5,7 @@
 
 #include <array>
 #include <cstddef>
+#include <map>
 #include <set>
 #include <string>
 #include <tuple>
@@ -12,13 +13,13 @@
 
 /// The findings of one check, in the order in which they were made, each once.
 ///
-/// Owns:    the findings. Of each severity at most `Limit` are kept, so that a hostile image cannot make the list grow
-///          without end, and many warnings do not hide an error.
+/// Owns:    the findings. Of each rule at most `Limit` are kept, so that a hostile image cannot make the list grow without
+///          end, and much of one kind hides nothing of another.
 /// Fails:   throws only std::bad_alloc.
 /// Threads: one at a time per object.
 class FindingList {
 public:
-    static constexpr size_t Limit = 10000;
+    static constexpr size_t Limit = 1000;
 
     /// Adds a finding of a rule of the table; one that is there already is left out.
     /// @param rule an id of the table.
@@ -37,6 +38,7 @@ private:
 
     std::vector<Finding> findings;
     std::array<size_t, 3> counts = {}; ///< of `findings`, by severity
-    bool isCut = false;                ///< some were left out
+    std::map<std::string, size_t> countOfRule;
+    std::set<std::string> cutRules; ///< those of which some were left out
     std::set<std::tuple<std::string, int, int, std::string, std::string>> known;
 };

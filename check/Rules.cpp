@@ -187,7 +187,7 @@ constexpr Rule Table[] = {
      "along (interpreters, libraries, killall) is not looked for."},
     {"not-looked-at", Severity::Warning,
      "Something is larger or more than this program looks at, or cannot be read by this user: nothing is known of it."},
-    {"findings-cut", Severity::Warning, "There are more findings of a severity than are listed. Correct these first."},
+    {"findings-cut", Severity::Warning, "There are more findings of one rule than are listed. Correct these first."},
 };
 
 } // namespace
