@@ -86,9 +86,9 @@ struct PlanStep {
     std::string condition() const;
 };
 
-/// Entries of a configuration times bytes of the names in the service directory, as many as a plan is made for: about a
-/// second for each plan, whatever the names are.
-inline constexpr size_t MaxPlanWork = size_t{1} << 26U;
+/// Entries of a configuration times bytes of the names in the service directory, as many as a plan is made for: a second
+/// or so for all that is made of a plan, whatever the names are.
+inline constexpr size_t MaxPlanWork = size_t{1} << 25U;
 
 /// @return whether a plan would be too much work.
 bool IsTooMuchToPlan(size_t records, const ServiceDirectory& services) noexcept;
