@@ -6,6 +6,7 @@
 #include <CLI/CLI.hpp>
 
 #include <cstddef>
+#include <initializer_list>
 #include <map>
 #include <stdexcept>
 

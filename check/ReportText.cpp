@@ -8,6 +8,7 @@
 #include "xmlconfig/XmlPlaces.h"
 
 #include <cstddef>
+#include <memory>
 #include <vector>
 
 namespace {
