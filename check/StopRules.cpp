@@ -78,7 +78,7 @@ public:
             if (step.file.empty()) {
                 continue;
             }
-            const std::string name = step.prefix + "_Server";
+            const std::string name = ServiceCommand::serverName(step.prefix);
             const XmlPlace place = report.entry(step.order - 1).place;
             const auto first = byName.emplace(name, &step);
             if (first.second) {

@@ -24,7 +24,7 @@ ServiceCommand::ServiceCommand(const std::vector<std::string>& names, const std:
 ServiceCommand::State ServiceCommand::compose(int32_t mode) noexcept {
     int length = 0;
     if (mode == StopMode) {
-        length = std::snprintf(buffer.data(), buffer.size(), "killall -15 %s_Server", servicePrefix.c_str());
+        length = std::snprintf(buffer.data(), buffer.size(), "killall -15 %s%s", servicePrefix.c_str(), ServerSuffix);
     } else if (mode == StartMode) {
         length = std::snprintf(buffer.data(), buffer.size(), "%s%s", ServiceDir, matchedFile.c_str());
     } else {

@@ -17,6 +17,8 @@ public:
     static constexpr const char* ServiceDir = "/factory_setting/";
     /// Bytes of the command buffer: 63 characters and the terminator.
     static constexpr size_t BufferSize = 64;
+    /// What follows a start program's prefix in the name of its server.
+    static constexpr const char* ServerSuffix = "_Server";
     /// The run modes that compose a command. Every other mode composes nothing.
     static constexpr int32_t StopMode = 0;
     static constexpr int32_t StartMode = 1;
@@ -30,6 +32,9 @@ public:
     /// @return whether a file of this name can be the start program of a protocol: it contains "loadservice" and
     ///         `protocolName`, both case-sensitive and anywhere. An empty protocol name is contained in every name.
     static bool serves(const std::string& name, const std::string& protocolName);
+
+    /// @return the name of the process that a start program's server runs as, and is stopped by.
+    static std::string serverName(const std::string& prefix) { return prefix + ServerSuffix; }
 
     /// Chooses the start program of a protocol and composes the command of a mode.
     ///
@@ -46,7 +51,7 @@ public:
     /// @return the file name of the start program; empty when none matched.
     const std::string& file() const noexcept { return matchedFile; }
 
-    /// @return `file()` up to its first "_", the whole of it when it has none: the server process is "<prefix>_Server".
+    /// @return `file()` up to its first "_", the whole of it when it has none: the server's is `serverName` of it.
     const std::string& prefix() const noexcept { return servicePrefix; }
 
 private:
