@@ -137,6 +137,7 @@ void CheckImage(const DeviceRoot& device, const std::string& planMode, size_t ma
             out.root, {}, "partial-tree",
             "neither /bin nor /usr/bin is there, so interpreters, libraries and killall are not looked for");
     }
+    programs.checkGround();
     if (services.state == ServiceDirectory::State::Missing) {
         out.findings.add(services.path, {}, "services-missing", "the directory of the start programs is not there");
     } else if (services.state == ServiceDirectory::State::Unknown) {
@@ -161,10 +162,6 @@ void CheckImage(const DeviceRoot& device, const std::string& planMode, size_t ma
     // What is not planned may take any of them.
     if (!planned.empty() && planned.size() == UsableCount(out)) {
         CheckUntaken(planned, services, out.findings);
-    }
-    if (programs.hasGivenUp()) {
-        out.findings.add(out.root, {}, "not-looked-at",
-                         "the programs and libraries are more, or larger, than are looked at");
     }
     CheckFallback(plans, out);
 }

@@ -87,7 +87,7 @@ struct DeviceRoot::Place {
 
 DeviceRoot::DeviceRoot(const std::string& hostDirectory)
     : hostRoot(hostDirectory.substr(0, hostDirectory.find_last_not_of('/') + 1)),
-      root(open(hostDirectory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
+      root(::open(hostDirectory.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC)) {}
 
 std::string DeviceRoot::onHost(const std::string& path) const {
     return hostRoot + path;
@@ -108,6 +108,13 @@ public:
         : root(deviceRoot), left(Split(path)), directory(root.openDirectory(done)) {}
 
     Place toItsEnd() {
+        run();
+        place.entry.steps = steps;
+        return std::move(place);
+    }
+
+private:
+    void run() {
         while (!left.empty()) {
             const std::string name = left.front();
             const bool isOfThePath = left.size() == pathLeft;
@@ -116,19 +123,17 @@ public:
             left.pop_front();
             const bool goesOn = name == ".." ? stepUp() : stepTo(name);
             if (!goesOn) {
-                return std::move(place);
+                return;
             }
         }
         struct stat status {};
         if (fstat(directory.get(), &status) != 0) {
             place.entry.kind = DeviceEntry::Kind::Unreachable;
-            return std::move(place);
+            return;
         }
         arrive(status);
-        return std::move(place);
     }
 
-private:
     // Each returns false when the walk is over: at a file, or at what it cannot pass.
     bool stop(DeviceEntry::Kind kind) {
         place.entry.kind = kind;
@@ -219,19 +224,25 @@ DeviceEntry DeviceRoot::look(const std::string& path) const {
     return resolve(path).entry;
 }
 
-bool DeviceRoot::read(const std::string& path, size_t limit, std::string& out) const {
+FileDescriptor DeviceRoot::open(const std::string& path) const {
     const Place place = resolve(path);
     if (place.entry.kind != DeviceEntry::Kind::File) {
-        return false;
+        return FileDescriptor();
     }
-    const FileDescriptor file(openat(place.directory.get(), place.name.c_str(), FileFlags));
-    std::string content(std::min<uint64_t>(limit, place.entry.size), '\0');
+    return FileDescriptor(openat(place.directory.get(), place.name.c_str(), FileFlags));
+}
+
+bool DeviceRoot::read(const std::string& path, size_t limit, std::string& out) const {
+    const FileDescriptor file = open(path);
+    struct stat status {};
+    static_cast<void>(fstat(file.get(), &status));
+    std::string content(std::min<uint64_t>(limit, static_cast<uint64_t>(status.st_size)), '\0');
     size_t done = 0;
-    ssize_t count = 1;
-    while (count > 0 && done < content.size()) {
+    ssize_t count = 0;
+    do {
         count = ::read(file.get(), content.data() + done, content.size() - done);
-        done += count > 0 ? static_cast<size_t>(count) : 0;
-    }
+        done += static_cast<size_t>(std::max<ssize_t>(count, 0));
+    } while (count > 0 && done < content.size());
     if (count < 0) { // also for a file that did not open
         return false;
     }
@@ -256,7 +267,11 @@ bool DeviceRoot::list(const std::string& path, size_t limit, std::vector<DeviceN
     // NOLINTNEXTLINE(concurrency-mt-unsafe)
     for (const dirent* entry = readdir(stream.get()); entry != nullptr && limit > 0; entry = readdir(stream.get())) {
         if (std::strcmp(entry->d_name, ".") != 0 && std::strcmp(entry->d_name, "..") != 0) {
-            out.push_back({entry->d_name, entry->d_type == DT_DIR});
+            // Some file systems do not say what an entry is, and leave it to stat.
+            struct stat status {};
+            status.st_mode = static_cast<mode_t>(DTTOIF(entry->d_type));
+            static_cast<void>(fstatat(dirfd(stream.get()), entry->d_name, &status, AT_SYMLINK_NOFOLLOW));
+            out.push_back({entry->d_name, S_ISDIR(status.st_mode)});
             --limit;
         }
     }

@@ -26,6 +26,7 @@ struct DeviceEntry {
     uint64_t size = 0;   ///< in bytes, of a file
     uint64_t device = 0; ///< with `inode`: the same for two paths of one file
     uint64_t inode = 0;
+    size_t steps = 0; ///< directories that the way led through: what looking cost
 };
 
 /// A name in a directory of the device.
@@ -39,6 +40,9 @@ struct DeviceName {
 /// Never leaves the directory: each step of a path is opened by itself, without following links (openat(2), O_NOFOLLOW),
 /// and links are read and resolved here, absolute ones from the directory again, ".." never above it. Nothing is written.
 /// Only regular files are opened: a FIFO or a device would make whoever opens it wait.
+/// The launcher's own code, which lists the start programs (ListDirectory) and parses a configuration (ProtocolConfig),
+/// takes a path of this machine instead: it is given one without links, as `look` found it, and opens it anew. Whoever
+/// changes the tree while it is checked can lead that one open out of the directory.
 ///
 /// Owns:    a descriptor of the directory. Not copied.
 /// Fails:   by result; throws only std::bad_alloc.
@@ -59,6 +63,10 @@ public:
     std::string onHost(const std::string& path) const;
 
     DeviceEntry look(const std::string& path) const;
+
+    /// Opens a regular file for reading.
+    /// @return the file, or none for everything that is no regular file or cannot be opened.
+    FileDescriptor open(const std::string& path) const;
 
     /// Reads a regular file from its start.
     /// @param limit no more bytes than these are read.

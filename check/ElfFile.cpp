@@ -3,8 +3,8 @@
 #include <elf.h>
 
 #include <algorithm>
-#include <cstddef>
-#include <cstring>
+#include <map>
+#include <utility>
 
 namespace {
 
@@ -14,61 +14,71 @@ constexpr size_t MaxDynamicEntries = 4096;
 constexpr size_t MaxNeeded = 256;
 constexpr size_t MaxText = 4096; // of one path or name
 
-/// Numbers of a file of either byte order and size, read only where the file has them.
-class Bytes {
+/// The bytes of a file of either byte order and size, read only where the file has them.
+class Source {
 public:
-    Bytes(const std::string& fileContent, bool fileIs64, bool fileIsLittle)
-        : content(fileContent), is64(fileIs64), isLittle(fileIsLittle) {}
+    Source(uint64_t fileSize, const ReadAt& reader) : size(fileSize), readAt(reader) {}
 
-    bool has(uint64_t offset, uint64_t size) const {
-        return offset <= content.size() && size <= content.size() - offset;
+    bool has(uint64_t offset, uint64_t count) const { return offset <= size && count <= size - offset; }
+
+    // All of them; or none, and `isDamaged` from then on, where the file ends before.
+    std::string bytes(uint64_t offset, uint64_t count) {
+        std::string read = has(offset, count) ? readAt(offset, static_cast<size_t>(count)) : std::string();
+        if (read.size() == count) {
+            return read;
+        }
+        damage();
+        return {};
     }
 
-    // Zero, and `isDamaged` from then on, where the file ends before.
-    uint64_t number(uint64_t offset, size_t size) {
-        if (!has(offset, size)) {
-            damaged = true;
-            return 0;
+    // A text that ends with a zero byte before `end`.
+    std::string text(uint64_t offset, uint64_t end) {
+        end = std::min(end, size);
+        const std::string read = bytes(offset, offset < end ? std::min<uint64_t>(end - offset, MaxText) : 0);
+        const size_t zero = read.find('\0');
+        if (zero == std::string::npos) {
+            damage();
+            return {};
         }
+        return read.substr(0, zero);
+    }
+
+    void damage() { damaged = true; }
+    bool isDamaged() const { return damaged; }
+
+    const uint64_t size;
+    bool is64 = false;
+    bool isLittle = false;
+
+private:
+    const ReadAt& readAt; // of one parse: the object lives no longer
+    bool damaged = false;
+};
+
+/// Numbers out of bytes that were read as one piece; zero behind their end, as where the file was too short for it.
+class Numbers {
+public:
+    Numbers(std::string piece, const Source& source)
+        : bytes(std::move(piece)), is64(source.is64), isLittle(source.isLittle) {}
+
+    uint64_t number(size_t offset, size_t size) const {
         uint64_t value = 0;
-        for (size_t i = 0; i < size; ++i) {
+        for (size_t i = 0; i < size && offset + size <= bytes.size(); ++i) {
             const size_t at = isLittle ? size - 1 - i : i;
-            value = value << 8U | static_cast<unsigned char>(content[static_cast<size_t>(offset) + at]);
+            value = value << 8U | static_cast<unsigned char>(bytes[offset + at]);
         }
         return value;
     }
 
     // A field that stands at one offset in a file of 32 bits and at another in one of 64, with 4 and 8 bytes.
-    uint64_t word(uint64_t base, size_t offset32, size_t offset64) {
+    uint64_t word(size_t base, size_t offset32, size_t offset64) const {
         return is64 ? number(base + offset64, 8) : number(base + offset32, 4);
     }
 
-    // A text that ends with a zero byte before `end`.
-    std::string text(uint64_t offset, uint64_t end) {
-        end = std::min<uint64_t>(end, content.size());
-        if (offset >= end) {
-            damaged = true;
-            return {};
-        }
-        const char* start = content.data() + offset;
-        const size_t limit = std::min<uint64_t>(end - offset, MaxText);
-        const void* zero = std::memchr(start, '\0', limit);
-        if (zero == nullptr) {
-            damaged = true;
-            return {};
-        }
-        return {start, static_cast<const char*>(zero)};
-    }
-
-    bool isDamaged() const { return damaged; }
-
-    // References and constants of one parse: the object lives no longer.
-    const std::string& content;
-    const bool is64;
-    const bool isLittle;
-
 private:
-    bool damaged = false;
+    std::string bytes;
+    bool is64;
+    bool isLittle;
 };
 
 struct Segment {
@@ -78,127 +88,116 @@ struct Segment {
     uint64_t size;
 };
 
-std::vector<Segment> ReadSegments(Bytes& bytes) {
-    const uint64_t start = bytes.word(0, offsetof(Elf32_Ehdr, e_phoff), offsetof(Elf64_Ehdr, e_phoff));
-    const uint64_t entrySize =
-        bytes.number(bytes.is64 ? offsetof(Elf64_Ehdr, e_phentsize) : offsetof(Elf32_Ehdr, e_phentsize), 2);
-    const uint64_t count = bytes.number(bytes.is64 ? offsetof(Elf64_Ehdr, e_phnum) : offsetof(Elf32_Ehdr, e_phnum), 2);
+std::vector<Segment> ReadSegments(const Numbers& header, Source& source) {
+    const uint64_t start = header.word(0, offsetof(Elf32_Ehdr, e_phoff), offsetof(Elf64_Ehdr, e_phoff));
+    const size_t sizeAt = source.is64 ? offsetof(Elf64_Ehdr, e_phentsize) : offsetof(Elf32_Ehdr, e_phentsize);
+    const size_t countAt = source.is64 ? offsetof(Elf64_Ehdr, e_phnum) : offsetof(Elf32_Ehdr, e_phnum);
+    const size_t entrySize = source.is64 ? sizeof(Elf64_Phdr) : sizeof(Elf32_Phdr);
+    const size_t count = std::min<size_t>(header.number(countAt, 2), MaxSegments);
     std::vector<Segment> segments;
-    for (uint64_t i = 0; i < std::min<uint64_t>(count, MaxSegments) && !bytes.isDamaged(); ++i) {
-        const uint64_t base = start + i * entrySize;
-        if (base > bytes.content.size()) {                            // never wraps: the first lies in the file
-            static_cast<void>(bytes.number(bytes.content.size(), 1)); // marks the damage
-            break;
-        }
-        segments.push_back({bytes.number(base, 4),
-                            bytes.word(base, offsetof(Elf32_Phdr, p_offset), offsetof(Elf64_Phdr, p_offset)),
-                            bytes.word(base, offsetof(Elf32_Phdr, p_vaddr), offsetof(Elf64_Phdr, p_vaddr)),
-                            bytes.word(base, offsetof(Elf32_Phdr, p_filesz), offsetof(Elf64_Phdr, p_filesz))});
+    if (count > 0 && header.number(sizeAt, 2) != entrySize) { // the kernel refuses it, too
+        source.damage();
+        return segments;
+    }
+    const Numbers table(source.bytes(start, count * entrySize), source);
+    for (size_t base = 0; base < count * entrySize; base += entrySize) {
+        segments.push_back({table.number(base, 4),
+                            table.word(base, offsetof(Elf32_Phdr, p_offset), offsetof(Elf64_Phdr, p_offset)),
+                            table.word(base, offsetof(Elf32_Phdr, p_vaddr), offsetof(Elf64_Phdr, p_vaddr)),
+                            table.word(base, offsetof(Elf32_Phdr, p_filesz), offsetof(Elf64_Phdr, p_filesz))});
     }
     return segments;
 }
 
+const Segment* FirstOf(const std::vector<Segment>& segments, uint64_t type) {
+    const auto found =
+        std::find_if(segments.begin(), segments.end(), [type](const Segment& segment) { return segment.type == type; });
+    return found == segments.end() ? nullptr : &*found;
+}
+
 // Where in the file an address is loaded from; the end of the file for none.
-uint64_t OffsetOfAddress(const std::vector<Segment>& segments, uint64_t address, const Bytes& bytes) {
+uint64_t OffsetOfAddress(const std::vector<Segment>& segments, uint64_t address, const Source& source) {
     for (const Segment& segment : segments) {
         if (segment.type == PT_LOAD && address >= segment.address && address - segment.address < segment.size &&
-            bytes.has(segment.offset, address - segment.address)) {
+            source.has(segment.offset, address - segment.address)) {
             return segment.offset + (address - segment.address);
         }
     }
-    return bytes.content.size();
+    return source.size;
 }
 
-void ReadDynamic(const Segment& dynamic, const std::vector<Segment>& segments, Bytes& bytes, ElfFile& out) {
-    const size_t entrySize = bytes.is64 ? sizeof(Elf64_Dyn) : sizeof(Elf32_Dyn);
-    const uint64_t count = std::min<uint64_t>(dynamic.size / entrySize, MaxDynamicEntries);
-    if (!bytes.has(dynamic.offset, count * entrySize)) {
-        static_cast<void>(bytes.number(bytes.content.size(), 1)); // marks the damage
-        return;
-    }
+void ReadDynamic(const Segment& dynamic, const std::vector<Segment>& segments, Source& source, ElfFile& out) {
+    const size_t entrySize = source.is64 ? sizeof(Elf64_Dyn) : sizeof(Elf32_Dyn);
+    const size_t count = std::min<uint64_t>(dynamic.size / entrySize, MaxDynamicEntries);
+    const Numbers table(source.bytes(dynamic.offset, count * entrySize), source);
     std::vector<uint64_t> needed;
-    uint64_t texts = 0;
-    uint64_t textsSize = 0;
-    uint64_t runPath = 0;
-    uint64_t oldRunPath = 0;
-    bool ended = false;
-    for (uint64_t i = 0; i < count && !ended; ++i) {
-        const uint64_t base = dynamic.offset + i * entrySize;
-        const uint64_t value = bytes.word(base, 4, 8);
-        switch (bytes.word(base, 0, 0)) {
-        case DT_NEEDED:
+    std::map<uint64_t, uint64_t> values; // by their tag, of those that stand there once; DT_NULL is found last
+    for (size_t i = 0; i < count && values.count(DT_NULL) == 0; ++i) {
+        const uint64_t tag = table.word(i * entrySize, 0, 0);
+        const uint64_t value = table.word(i * entrySize, 4, 8);
+        values[tag] = value;
+        if (tag == DT_NEEDED && needed.size() < MaxNeeded) {
             needed.push_back(value);
-            break;
-        case DT_STRTAB:
-            texts = value;
-            break;
-        case DT_STRSZ:
-            textsSize = value;
-            break;
-        case DT_RUNPATH:
-            runPath = value;
-            break;
-        case DT_RPATH:
-            oldRunPath = value;
-            break;
-        case DT_NULL:
-            ended = true;
-            break;
-        default:
-            break;
         }
     }
-    const uint64_t start = OffsetOfAddress(segments, texts, bytes);
-    const uint64_t end = start + std::min<uint64_t>(textsSize, bytes.content.size());
-    const auto textAt = [&bytes, start, end](uint64_t offset) {
-        return bytes.text(offset > end ? end : start + offset, end);
+    const uint64_t start = OffsetOfAddress(segments, values[DT_STRTAB], source);
+    const uint64_t end = start + std::min(values[DT_STRSZ], source.size);
+    const auto textAt = [&source, start, end](uint64_t offset) {
+        return source.text(offset > end ? end : start + offset, end);
     };
-    needed.resize(std::min(needed.size(), MaxNeeded));
     for (const uint64_t offset : needed) {
         out.needed.push_back(textAt(offset));
     }
-    if (runPath != 0 || oldRunPath != 0) {
-        out.runPath = textAt(runPath != 0 ? runPath : oldRunPath);
+    if (values[DT_SONAME] != 0) {
+        out.soname = textAt(values[DT_SONAME]);
+    }
+    out.hasOldRunPath = values[DT_RUNPATH] == 0 && values[DT_RPATH] != 0;
+    if (out.hasOldRunPath || values[DT_RUNPATH] != 0) {
+        out.runPath = textAt(values[out.hasOldRunPath ? DT_RPATH : DT_RUNPATH]);
     }
 }
 
 } // namespace
 
-ElfFile ReadElfFile(const std::string& content) {
+ElfFile ReadElfFile(uint64_t size, const ReadAt& readAt) {
     ElfFile file;
-    if (content.compare(0, SELFMAG, ELFMAG) != 0) {
+    const std::string head = readAt(0, sizeof(Elf64_Ehdr)); // the longer one; of a short file, what there is
+    if (head.compare(0, SELFMAG, ELFMAG) != 0) {
         return file;
     }
     file.state = ElfFile::State::Damaged;
-    if (content.size() < sizeof(Elf32_Ehdr)) {
+    if (head.size() < sizeof(Elf32_Ehdr)) {
         return file;
     }
-    const char bits = content[EI_CLASS];
-    const char order = content[EI_DATA];
-    if ((bits != ELFCLASS32 && bits != ELFCLASS64) || (order != ELFDATA2LSB && order != ELFDATA2MSB)) {
+    const char bits = head[EI_CLASS];
+    const char order = head[EI_DATA];
+    if ((bits == ELFCLASS64 && head.size() < sizeof(Elf64_Ehdr)) || (bits != ELFCLASS32 && bits != ELFCLASS64) ||
+        (order != ELFDATA2LSB && order != ELFDATA2MSB)) {
         return file;
     }
-    file.bits = bits == ELFCLASS64 ? 64 : 32;
-    file.isLittleEndian = order == ELFDATA2LSB;
-    Bytes bytes(content, bits == ELFCLASS64, file.isLittleEndian);
-    const uint64_t type = bytes.number(offsetof(Elf32_Ehdr, e_type), 2);
+    Source source(size, readAt);
+    source.is64 = bits == ELFCLASS64;
+    source.isLittle = order == ELFDATA2LSB;
+    file.bits = source.is64 ? 64 : 32;
+    file.isLittleEndian = source.isLittle;
+    const Numbers header(head, source);
+    const uint64_t type = header.number(offsetof(Elf32_Ehdr, e_type), 2);
     file.isProgramOrLibrary = type == ET_EXEC || type == ET_DYN;
-    file.machine = static_cast<uint16_t>(bytes.number(offsetof(Elf32_Ehdr, e_machine), 2));
+    file.machine = static_cast<uint16_t>(header.number(offsetof(Elf32_Ehdr, e_machine), 2));
 
-    const std::vector<Segment> segments = ReadSegments(bytes);
-    for (const Segment& segment : segments) {
-        if (segment.type == PT_INTERP && bytes.has(segment.offset, segment.size)) {
-            file.interpreter = bytes.text(segment.offset, segment.offset + segment.size);
-        } else if (segment.type == PT_INTERP || (segment.type == PT_LOAD && !bytes.has(segment.offset, segment.size))) {
-            static_cast<void>(bytes.number(content.size(), 1)); // the file was cut
-        }
+    const std::vector<Segment> segments = ReadSegments(header, source);
+    if (std::any_of(segments.begin(), segments.end(), [&source](const Segment& segment) {
+            return segment.type == PT_LOAD && !source.has(segment.offset, segment.size);
+        })) {
+        source.damage(); // the file was cut
     }
-    const auto dynamic = std::find_if(segments.begin(), segments.end(),
-                                      [](const Segment& segment) { return segment.type == PT_DYNAMIC; });
-    if (dynamic != segments.end()) {
-        ReadDynamic(*dynamic, segments, bytes, file);
+    if (const Segment* interpreter = FirstOf(segments, PT_INTERP)) {
+        file.interpreter = source.text(interpreter->offset, interpreter->offset + interpreter->size);
     }
-    file.state = bytes.isDamaged() ? ElfFile::State::Damaged : ElfFile::State::Read;
+    if (const Segment* dynamic = FirstOf(segments, PT_DYNAMIC)) {
+        ReadDynamic(*dynamic, segments, source, file);
+    }
+    file.state = source.isDamaged() ? ElfFile::State::Damaged : ElfFile::State::Read;
     return file;
 }
 

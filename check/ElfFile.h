@@ -1,6 +1,8 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -19,13 +21,19 @@ struct ElfFile {
     bool isProgramOrLibrary = false; ///< ET_EXEC or ET_DYN
     std::string interpreter;         ///< PT_INTERP; empty for a static program and most libraries
     std::vector<std::string> needed; ///< DT_NEEDED
-    std::string runPath;             ///< DT_RUNPATH, else DT_RPATH; directories with colons between
+    std::string soname;              ///< DT_SONAME; empty for a program and some libraries
+    std::string runPath;             ///< DT_RUNPATH, or DT_RPATH without one; directories with colons between
+    bool hasOldRunPath = false;      ///< it is DT_RPATH, which serves the libraries of the file, too
 };
 
-/// Reads the headers out of the bytes of a whole file. Nothing in them is believed: every offset and count is checked
-/// against the file, and no more is read than a linker would ever write.
+/// Yields as many bytes as asked for from an offset on, fewer where the file ends or cannot be read.
+using ReadAt = std::function<std::string(uint64_t offset, size_t size)>;
+
+/// Reads the headers of a file: the segments, the dynamic section and the texts that it names, and nothing else, however
+/// large the file is. Nothing in them is believed: every offset and count is checked against the file's size, and no more
+/// is read than a linker would ever write (at most 2 MiB).
 /// Throws only std::bad_alloc. Threads may call it at once.
-ElfFile ReadElfFile(const std::string& content);
+ElfFile ReadElfFile(uint64_t size, const ReadAt& readAt);
 
 /// @return a name for a machine's number, "ARM", "x86-64"; "machine 1234" for one without.
 std::string ElfMachineName(uint16_t machine);

@@ -1,7 +1,14 @@
 #include "check/ProgramRules.h"
 
+#include "launcher/ConfigurationCopies.h"
+#include "launcher/ServiceCommand.h"
+
+#include <elf.h>
+
+#include <algorithm>
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <utility>
 #include <vector>
 
@@ -22,6 +29,15 @@ bool IsDirectory(const DeviceRoot& root, const char* path) {
 
 std::string OrderName(const ElfFile& file) {
     return file.isLittleEndian ? "little-endian" : "big-endian";
+}
+
+// A kernel for 64 bits may run it all the same, if it was built to.
+bool IsSmallerKin(const ElfFile& file, const ElfFile& reference) {
+    constexpr std::array<std::pair<uint16_t, uint16_t>, 3> Kin = {
+        {{EM_386, EM_X86_64}, {EM_ARM, EM_AARCH64}, {EM_PPC, EM_PPC64}}};
+    return file.bits < reference.bits &&
+           (file.machine == reference.machine ||
+            std::find(Kin.begin(), Kin.end(), std::make_pair(file.machine, reference.machine)) != Kin.end());
 }
 
 } // namespace
@@ -97,6 +113,21 @@ void ProgramRules::check(const std::string& path) {
     checkElf(path, entry.path);
 }
 
+// Whether the kernel would run what a program is run by; if not, why.
+bool ProgramRules::canRun(const std::string& path, const char* rule, const std::string& what,
+                          const DeviceEntry& entry) {
+    if (entry.kind == DeviceEntry::Kind::Unreachable) {
+        add(path, "not-looked-at", what + " cannot be looked at here");
+    } else if (entry.kind != DeviceEntry::Kind::File) {
+        add(path, rule, what + " is not in the image");
+    } else if ((entry.mode & AnyExecute) == 0) {
+        add(path, rule, what + " is not executable");
+    } else {
+        return true;
+    }
+    return false;
+}
+
 void ProgramRules::checkScript(const std::string& path, const InterpreterLine& line, int depth) {
     if (line.hasByteOrderMark) {
         add(path, "interpreter-byte-order-mark",
@@ -109,70 +140,159 @@ void ProgramRules::checkScript(const std::string& path, const InterpreterLine& l
     if (!line.isPresent) {
         return;
     }
-    if (line.isCut) {
+    if (line.isPathCut) {
         add(path, "interpreter-missing",
-            "the interpreter line is longer than the " + std::to_string(InterpreterLine::KernelBuffer) +
-                " bytes that the kernel looks at");
+            "the interpreter's path does not end within the " + std::to_string(InterpreterLine::KernelBuffer) +
+                " bytes that the kernel looks at, which takes the file for no script");
         return;
+    }
+    if (line.isLong) {
+        add(path, "interpreter-line-long",
+            "the interpreter line has more than " + std::to_string(InterpreterLine::OldKernelBuffer - 1) +
+                " bytes, where kernels before 5.1 cut it; later ones do so at " +
+                std::to_string(InterpreterLine::KernelBuffer - 1));
     }
     if (isPartial) {
         return;
     }
-    const std::string program = line.program();
-    if (line.goesThroughEnv()) {
-        if (program.empty() || (program.find('/') == std::string::npos && findInPath(program).empty())) {
-            add(path, "interpreter-missing", "env finds no \"" + program + "\" in the image");
-        }
+    const std::string interpreter = line.interpreter.substr(0, line.interpreter.find('\r'));
+    // Where the launcher is started, and so where a path without a slash in front begins, is not known.
+    const DeviceEntry entry = interpreter.compare(0, 1, "/") == 0 ? root.look(interpreter) : DeviceEntry();
+    if (!canRun(path, "interpreter-missing", "the interpreter \"" + interpreter + "\"", entry)) {
         return;
     }
-    const DeviceEntry entry = root.look(program);
     std::string head;
-    if (program.front() != '/' || entry.kind != DeviceEntry::Kind::File) {
-        add(path, "interpreter-missing", "the interpreter \"" + program + "\" is not in the image");
-    } else if ((entry.mode & AnyExecute) == 0) {
-        add(path, "interpreter-missing", "the interpreter \"" + program + "\" is not executable");
-    } else if (depth + 1 < MaxInterpreters && root.read(entry.path, InterpreterLine::KernelBuffer + 1, head)) {
-        checkScript(program, ReadInterpreterLine(head), depth + 1);
-        checkElf(program, entry.path);
+    if (depth + 1 < MaxInterpreters && root.read(entry.path, InterpreterLine::KernelBuffer + 1, head)) {
+        checkScript(interpreter, ReadInterpreterLine(head), depth + 1);
+        checkElf(interpreter, entry.path);
+    }
+    if (line.goesThroughEnv()) {
+        checkEnv(path, line, entry);
+    }
+}
+
+void ProgramRules::checkEnv(const std::string& path, const InterpreterLine& line, const DeviceEntry& env) {
+    const std::string file = env.path.substr(env.path.find_last_of('/') + 1);
+    if (file == "busybox" && line.argument.compare(0, 2, "-S") == 0) {
+        add(path, "interpreter-missing", "the env of BusyBox has no option -S");
+        return;
+    }
+    const std::optional<std::string> program = line.program();
+    const bool isPath = program && program->find('/') != std::string::npos;
+    if (!program || (isPath && program->front() != '/')) { // it cannot be said, or depends on the current directory
+        return;
+    }
+    if (program->empty()) {
+        add(path, "interpreter-missing", "env gets \"" + line.argument + "\" as one argument and runs nothing");
+        return;
+    }
+    const std::string found = isPath ? *program : findInPath(*program);
+    if (found.empty()) {
+        add(path, "interpreter-missing", "env finds no \"" + *program + "\" in the image");
+        return;
+    }
+    const DeviceEntry entry = root.look(found);
+    if (canRun(path, "interpreter-missing", "the interpreter \"" + found + "\"", entry)) {
+        checkElf(found, entry.path);
     }
 }
 
 void ProgramRules::checkElf(const std::string& path, const std::string& realPath) {
     const ElfFile* read = libraries.read(realPath);
+    if (read == nullptr && libraries.isExhausted()) {
+        add(path, "not-looked-at", "so many programs and libraries were looked at before that this one was not");
+    }
     if (read == nullptr || read->state == ElfFile::State::NotElf) {
         return;
     }
-    const ElfFile& file = *read;
-    if (file.state == ElfFile::State::Damaged || !file.isProgramOrLibrary) {
+    if (read->state == ElfFile::State::Damaged || !read->isProgramOrLibrary) {
         add(path, "elf-damaged",
             "its ELF headers are no program's, or lead out of the file: it was cut or overwritten");
         return;
     }
     if (!referencePath.empty()) {
-        const std::string theirs = " of the image's " + referencePath;
-        if (file.bits != reference.bits) {
-            add(path, "elf-class",
-                "it is for " + std::to_string(file.bits) + " bits, unlike the " + std::to_string(reference.bits) +
-                    theirs);
-        }
-        if (file.isLittleEndian != reference.isLittleEndian) {
-            add(path, "elf-byte-order", "it is " + OrderName(file) + ", unlike the " + OrderName(reference) + theirs);
-        }
-        if (file.machine != reference.machine) {
-            add(path, "elf-machine",
-                "it is for " + ElfMachineName(file.machine) + ", unlike the " + ElfMachineName(reference.machine) +
-                    theirs);
-        }
+        checkKind(path, *read);
     }
-    if (isPartial) {
+    if (!isPartial) {
+        checkDynamic(path, realPath, *read);
+    }
+}
+
+void ProgramRules::checkKind(const std::string& path, const ElfFile& file) {
+    const std::string theirs = " of the image's " + referencePath;
+    if (file.isLittleEndian == reference.isLittleEndian && IsSmallerKin(file, reference)) {
+        add(path, "elf-32-bit",
+            "it is for " + ElfMachineName(file.machine) + " with 32 bits, unlike the " +
+                ElfMachineName(reference.machine) + " with 64" + theirs);
         return;
     }
-    if (!file.interpreter.empty() && root.look(file.interpreter).kind != DeviceEntry::Kind::File) {
-        add(path, "elf-interpreter-missing", "its dynamic linker \"" + file.interpreter + "\" is not in the image");
+    if (file.bits != reference.bits) {
+        add(path, "elf-class",
+            "it is for " + std::to_string(file.bits) + " bits, unlike the " + std::to_string(reference.bits) + theirs);
     }
-    for (const LibrarySearch::Missing& missing : libraries.missing(realPath, file)) {
+    if (file.isLittleEndian != reference.isLittleEndian) {
+        add(path, "elf-byte-order", "it is " + OrderName(file) + ", unlike the " + OrderName(reference) + theirs);
+    }
+    if (file.machine != reference.machine) {
+        add(path, "elf-machine",
+            "it is for " + ElfMachineName(file.machine) + ", unlike the " + ElfMachineName(reference.machine) + theirs);
+    }
+}
+
+void ProgramRules::checkDynamic(const std::string& path, const std::string& realPath, const ElfFile& file) {
+    if (!file.interpreter.empty()) {
+        static_cast<void>(canRun(path, "elf-interpreter-missing", "its dynamic linker \"" + file.interpreter + "\"",
+                                 root.look(file.interpreter)));
+    }
+    const LibrarySearch::Result& found = libraries.look(realPath, file);
+    for (const LibrarySearch::Missing& missing : found.missing) {
         add(path, "library-missing",
             "the library \"" + missing.library + "\" is not in the image" +
                 (missing.neededBy == realPath ? std::string() : ", needed by " + missing.neededBy));
+    }
+    if (!found.leftOut.empty()) {
+        add(path, "not-looked-at", found.leftOut);
+    }
+}
+
+void ProgramRules::checkGround() {
+    checkWritable(WorkingCopyPath());
+    checkWritable(FactoryCopyPath());
+    checkWritable(ServiceCommand::ServiceDir);
+    if (!isPartial) {
+        checkShell();
+    }
+}
+
+void ProgramRules::checkShell() {
+    const std::string shell = "/bin/sh";
+    if (!canRun(shell, "shell-missing", "the shell, which runs all commands of the launcher,", root.look(shell))) {
+        return;
+    }
+    std::string head;
+    if (root.read(shell, InterpreterLine::KernelBuffer, head) &&
+        head.compare(0, 4,
+                     "\x7F"
+                     "ELF") != 0 &&
+        !ReadInterpreterLine(head).isPresent) {
+        add(shell, "shell-missing", "the shell is neither an ELF program nor a script with an interpreter line");
+        return;
+    }
+    check(shell);
+}
+
+// Whoever may write a directory may put another file in the place of one that he may not write.
+void ProgramRules::checkWritable(const std::string& path) {
+    for (size_t end = path.find('/', 1); end != std::string::npos; end = path.find('/', end + 1)) {
+        const std::string directory = path.substr(0, end);
+        const DeviceEntry entry = root.look(directory);
+        if (entry.kind == DeviceEntry::Kind::Directory && (entry.mode & WriteByOthers) != 0) {
+            add(directory, "writable-by-others",
+                "its group or everyone may put files into it: whoever does decides what runs as root");
+        }
+    }
+    const DeviceEntry entry = root.look(path);
+    if (entry.kind == DeviceEntry::Kind::File && (entry.mode & WriteByOthers) != 0) {
+        add(path, "writable-by-others", "its group or everyone may write it: whoever does decides what runs as root");
     }
 }

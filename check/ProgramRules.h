@@ -30,15 +30,22 @@ public:
     /// @param path on the device.
     void check(const std::string& path);
 
-    /// @return whether something was left out because there was too much of it.
-    bool hasGivenUp() const noexcept { return libraries.hasGivenUp(); }
+    /// Looks at what the launcher needs whatever it is to run: the shell, and that nobody else may write where the
+    /// configurations and the start programs stand.
+    void checkGround();
 
     /// @return the device path of a program that a shell of the device would find by its name, empty for none.
     std::string findInPath(const std::string& name) const;
 
 private:
     void checkScript(const std::string& path, const InterpreterLine& line, int depth);
+    void checkEnv(const std::string& path, const InterpreterLine& line, const DeviceEntry& env);
     void checkElf(const std::string& path, const std::string& realPath);
+    void checkKind(const std::string& path, const ElfFile& file);
+    void checkDynamic(const std::string& path, const std::string& realPath, const ElfFile& file);
+    void checkShell();
+    void checkWritable(const std::string& path);
+    bool canRun(const std::string& path, const char* rule, const std::string& what, const DeviceEntry& entry);
     void add(const std::string& path, const char* rule, const std::string& text);
 
     const DeviceRoot& root;

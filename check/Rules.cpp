@@ -107,6 +107,10 @@ constexpr Rule Table[] = {
      "matches the shorter, too, and the order of the directory decides."},
 
     // Will it run.
+    {"shell-missing", Severity::Error,
+     "There is no /bin/sh in the image, it leads to nothing, or it cannot be executed. The launcher runs every command "
+     "by it (system(3)), so nothing is started and nothing is stopped. What is wrong inside the shell's own file is "
+     "told by the rules for programs."},
     {"not-executable", Severity::Error,
      "The file has no execute permission. The shell says so on the device's console, and nothing is started."},
     {"not-a-program", Severity::Error,
@@ -125,26 +129,39 @@ constexpr Rule Table[] = {
      "A byte-order mark stands before \"#!\". The kernel does not take the file for a script; a shell may run it "
      "itself, and complains about the first line. Save it without."},
     {"interpreter-missing", Severity::Error,
-     "The interpreter that the first line names is not in the image, is not executable, or its line is longer than the "
-     "kernel reads. The shell says \"not found\" of the script, although the script is there."},
+     "The interpreter that the first line names is not in the image, is not executable, or its path is longer than the "
+     "kernel reads. The shell says \"not found\" of the script, although that is there. The same goes for what env is "
+     "to run: the kernel gives it all that follows as one argument, so \"#!/usr/bin/env sh -e\" looks for a program "
+     "\"sh -e\". The option -S splits it; the env of BusyBox has no such option."},
+    {"interpreter-line-long", Severity::Warning,
+     "The interpreter line has more than 127 bytes. Kernels before Linux 5.1 cut it there, within the interpreter's "
+     "path or within its argument; later ones do so at 255. Shorten it."},
     {"elf-damaged", Severity::Error,
      "The file begins as an ELF program, but its headers are no program's or lead out of it. It was cut or "
      "overwritten, or is an object file."},
     {"elf-class", Severity::Error,
      "The program is for 32 bits and the image's own programs for 64, or the other way round. The kernel may refuse "
      "it."},
+    {"elf-32-bit", Severity::Warning,
+     "The program is for 32 bits and the image's own programs are for the same kind of processor with 64 (x86 and "
+     "x86-64, ARM and AArch64, PowerPC, MIPS). A kernel for 64 bits runs it if it was built to, and the processor can; "
+     "its libraries have to be for 32 bits, too."},
     {"elf-machine", Severity::Error,
      "The program is for another kind of processor than the image's own programs. It was built by the wrong compiler."},
     {"elf-byte-order", Severity::Error, "The program has the other byte order than the image's own programs."},
     {"elf-interpreter-missing", Severity::Error,
-     "The dynamic linker that the program names (PT_INTERP) is not in the image. The shell says \"not found\" of the "
-     "program, although the program is there. It was built for another C library."},
+     "The dynamic linker that the program names (PT_INTERP) is not in the image, or is not executable. The shell says "
+     "\"not found\", or \"Permission denied\", of the program, although that is there. One that is not there belongs "
+     "to another C library: the program was built for that."},
     {"library-missing", Severity::Error,
      "A shared library that the program needs, itself or through another library, is nowhere that the dynamic linker "
-     "looks. A library that is found through LD_LIBRARY_PATH on the device is reported as well: it is not known here."},
+     "looks. A DT_RUNPATH serves only the file that has it, not that file's libraries, unless the dynamic linker is "
+     "musl's. A library that is found through LD_LIBRARY_PATH on the device is reported as well: it is not known "
+     "here."},
     {"writable-by-others", Severity::Warning,
-     "The group of the file or everyone may write it. The launcher runs as root: whoever can change the file becomes "
-     "root."},
+     "The group or everyone may write a program, a configuration, /factory_setting/, or a directory on the way to "
+     "them. The launcher runs as root, and everything in /factory_setting/ may be what it runs: who can change the one "
+     "or the other decides what runs as root."},
     {"name-shell-characters", Severity::Error,
      "The name of a start program reaches the shell unquoted. A blank ends the program's name, \";\" begins another "
      "command, \"$(...)\" is run; and a \"-\" at the beginning makes an option of what killall is given. Keep to "
@@ -177,8 +194,8 @@ constexpr Rule Table[] = {
      "bears the interpreter's name. Tried: neither killall finds it. Make the script executable, begin it with the "
      "path of its interpreter, and start it by its own name."},
     {"killall-missing", Severity::Error,
-     "There is no killall in the image. It comes with BusyBox or psmisc. The shell says \"not found\" when the "
-     "launcher stops, and nothing is stopped."},
+     "There is no killall in the image that can be executed. It comes with BusyBox or psmisc. The shell says \"not "
+     "found\" when the launcher stops, and nothing is stopped."},
 
     // What was not looked at.
     {"partial-tree", Severity::Note,

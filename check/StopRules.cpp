@@ -149,7 +149,7 @@ private:
                          "name: killall does not find it");
         } else if (line.goesThroughEnv()) {
             findings.add(root.onHost(path), {}, "server-through-interpreter",
-                         "env replaces itself by \"" + line.program() +
+                         "env replaces itself by \"" + line.program().value_or("what follows it") +
                              "\", and the process bears that name: killall "
                              "does not find it by this one");
         }
@@ -206,8 +206,14 @@ void CheckStop(const DeviceRoot& root, const ConfigurationReport& report, const 
     check.collect(plan);
     check.checkNames();
     check.checkServers(maxEntries);
-    if (!programs.isPartialTree() && programs.findInPath("killall").empty()) {
+    if (programs.isPartialTree()) {
+        return;
+    }
+    const std::string killall = programs.findInPath("killall");
+    if (killall.empty()) {
         findings.add(root.onHost("/usr/bin/killall"), {}, "killall-missing",
                      "there is no killall in the directories for programs: nothing can be stopped");
+    } else {
+        programs.check(killall);
     }
 }

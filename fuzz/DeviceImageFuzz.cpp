@@ -7,6 +7,7 @@
 #include "check/InterpreterLine.h"
 #include "check/Utf8.h"
 #include "fuzz/Check.h"
+#include "tests/support/ElfText.h"
 #include "tests/support/OpenInRoot.h"
 
 #include <algorithm>
@@ -34,7 +35,7 @@ void Expect(bool holds, const char* what) {
 }
 
 void CheckElf(const std::string& content) {
-    const ElfFile file = ReadElfFile(content);
+    const ElfFile file = ReadElfText(content);
 
     Expect(file.needed.size() <= 256, "more libraries than a linker writes");
     Expect(file.interpreter.size() <= content.size(), "an interpreter longer than the file");

@@ -23,10 +23,12 @@ ElfImage DynamicProgram() {
 } // namespace
 
 DeviceImage::DeviceImage() {
+    static_cast<void>(umask(022)); // directories of a device, whatever this user's are like
     fs::permissions(root(), fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec);
     write("/bin/busybox", DynamicProgram().bytes());
     link("/bin/sh", "busybox");
     link("/usr/bin/killall", "/bin/busybox");
+    write("/usr/bin/env", DynamicProgram().bytes());
     write("/lib64/ld-linux.so", ElfImage().bytes());
     write("/lib/libc.so", ElfImage().bytes());
     addService("Modbus");

@@ -1,6 +1,7 @@
 #include "check/ElfFile.h"
 
 #include "tests/check/ElfImage.h"
+#include "tests/support/ElfText.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
@@ -17,6 +18,7 @@ ElfImage Program() {
     program.interpreter = "/lib/ld.so";
     program.needed = {"liba.so", "libb.so.1"};
     program.runPath = "/opt/lib:$ORIGIN";
+    program.soname = "self.so";
     return program;
 }
 
@@ -32,7 +34,7 @@ TEST(ElfFileTest, EveryClassAndByteOrderIsRead) {
                 program.hasOldRunPath = isOld;
                 program.machine = 0x1234;
 
-                const ElfFile file = ReadElfFile(program.bytes());
+                const ElfFile file = ReadElfText(program.bytes());
 
                 ASSERT_EQ(file.state, State::Read);
                 EXPECT_EQ(file.bits, is64 ? 64 : 32);
@@ -42,13 +44,15 @@ TEST(ElfFileTest, EveryClassAndByteOrderIsRead) {
                 EXPECT_EQ(file.interpreter, "/lib/ld.so");
                 EXPECT_EQ(file.needed, (std::vector<std::string>{"liba.so", "libb.so.1"}));
                 EXPECT_EQ(file.runPath, "/opt/lib:$ORIGIN");
+                EXPECT_EQ(file.hasOldRunPath, isOld);
+                EXPECT_EQ(file.soname, "self.so");
             }
         }
     }
 }
 
 TEST(ElfFileTest, ARealProgramIsRead) {
-    const ElfFile file = ReadElfFile(ReadWholeFile(WYVERN_CHECK_BINARY));
+    const ElfFile file = ReadElfText(ReadWholeFile(WYVERN_CHECK_BINARY));
 
     EXPECT_EQ(file.state, State::Read);
     EXPECT_TRUE(file.isProgramOrLibrary);
@@ -59,14 +63,14 @@ TEST(ElfFileTest, WhatIsNoElfFileIsNone) {
                                        std::string("\x7F"
                                                    "EL"),
                                        std::string("#!/bin/sh")}) {
-        EXPECT_EQ(ReadElfFile(content).state, State::NotElf);
+        EXPECT_EQ(ReadElfText(content).state, State::NotElf);
     }
 }
 
 TEST(ElfFileTest, AFileThatIsCutAnywhereIsDamagedAndReadWithoutAStepOutOfIt) {
     const std::string whole = Program().bytes();
     for (size_t size = 4; size < whole.size(); ++size) {
-        EXPECT_EQ(ReadElfFile(whole.substr(0, size)).state, State::Damaged) << size;
+        EXPECT_EQ(ReadElfText(whole.substr(0, size)).state, State::Damaged) << size;
     }
 }
 
@@ -74,9 +78,9 @@ TEST(ElfFileTest, ObjectFilesAreNoPrograms) {
     ElfImage object;
     object.type = 1;
 
-    EXPECT_FALSE(ReadElfFile(object.bytes()).isProgramOrLibrary);
+    EXPECT_FALSE(ReadElfText(object.bytes()).isProgramOrLibrary);
     object.type = 2;
-    EXPECT_TRUE(ReadElfFile(object.bytes()).isProgramOrLibrary);
+    EXPECT_TRUE(ReadElfText(object.bytes()).isProgramOrLibrary);
 }
 
 // Reproducible: the generator is the standard's. The sanitizers see what the expectations cannot.
@@ -92,7 +96,7 @@ TEST(ElfFileTest, AFileOverwrittenAnywhereIsReadWithinItsBounds) {
                 content[at] = static_cast<char>(value);
                 content[4 + random() % (whole.size() - 4)] = static_cast<char>(random() & 0xFFU);
 
-                const ElfFile file = ReadElfFile(content);
+                const ElfFile file = ReadElfText(content);
 
                 EXPECT_LE(file.needed.size(), 256U);
                 EXPECT_LE(file.interpreter.size(), content.size());
@@ -101,18 +105,52 @@ TEST(ElfFileTest, AFileOverwrittenAnywhereIsReadWithinItsBounds) {
     }
 }
 
+// However large the file is: the headers of a program of 1 GiB are read in a moment.
+TEST(ElfFileTest, OfAFileOnlyTheHeadersAreRead) {
+    ElfImage program = Program();
+    program.needed.assign(5000, "a");
+    program.runPath = std::string(5000, 'r');
+    const std::string content = program.bytes();
+    uint64_t read = 0;
+
+    const ElfFile file = ReadElfFile(uint64_t{1} << 30U, [&content, &read](uint64_t offset, size_t size) {
+        read += size;
+        return content.substr(offset, size);
+    });
+
+    EXPECT_EQ(file.needed.size(), 256U);
+    EXPECT_LE(read, uint64_t{2} << 20U);
+}
+
+TEST(ElfFileTest, AFileThatShrinksWhileItIsReadIsDamaged) {
+    const std::string content = Program().bytes();
+
+    const ElfFile file = ReadElfFile(content.size(), [&content](uint64_t offset, size_t size) {
+        return offset == 0 ? content.substr(0, size) : std::string();
+    });
+
+    EXPECT_EQ(file.state, State::Damaged);
+}
+
+// As for the kernel, which then does not run the program.
+TEST(ElfFileTest, SegmentsOfAnotherSizeAreDamage) {
+    std::string content = ElfImage().bytes();
+    content[54] = 57; // e_phentsize
+    EXPECT_EQ(ReadElfText(content).state, State::Damaged);
+}
+
 TEST(ElfFileTest, CountsBeyondWhatALinkerWritesAreCutAndBeyondTheFileAreDamage) {
     ElfImage program;
     program.needed.assign(5000, "a");
-    EXPECT_EQ(ReadElfFile(program.bytes()).needed.size(), 256U);
+    EXPECT_EQ(ReadElfText(program.bytes()).needed.size(), 256U);
 
     std::string manySegments = ElfImage().bytes();
     manySegments[56] = manySegments[57] = '\xFF'; // e_phnum
-    EXPECT_EQ(ReadElfFile(manySegments).state, State::Damaged);
+    EXPECT_EQ(ReadElfText(manySegments).state, State::Damaged);
 
     manySegments = ElfImage().bytes() + std::string(size_t{56} * 2000, '\0');
     manySegments[56] = manySegments[57] = '\xFF';
-    EXPECT_EQ(ReadElfFile(manySegments).state, State::Read);
+    EXPECT_EQ(ReadElfText(manySegments).state, State::Read);
 }
 
 TEST(ElfFileTest, MachinesHaveNamesOrNumbers) {

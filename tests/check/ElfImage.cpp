@@ -45,6 +45,9 @@ std::string ElfImage::bytes() const {
     for (const std::string& library : needed) {
         dynamic.emplace_back(DT_NEEDED, add(library));
     }
+    if (!soname.empty()) {
+        dynamic.emplace_back(DT_SONAME, add(soname));
+    }
     if (!runPath.empty()) {
         dynamic.emplace_back(hasOldRunPath ? DT_RPATH : DT_RUNPATH, add(runPath));
     }

@@ -12,6 +12,7 @@ struct ElfImage {
     uint16_t type = 3;     // ET_DYN
     std::string interpreter;
     std::vector<std::string> needed;
+    std::string soname;
     std::string runPath;
     bool hasOldRunPath = false; ///< DT_RPATH instead of DT_RUNPATH
 

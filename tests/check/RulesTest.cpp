@@ -225,6 +225,8 @@ const std::vector<RuleCase> Cases = {
      [](const Image& image) { AddEntry(image, EntryText("ModTCPbus", "3", "false")); }},
 
     // Will it run.
+    {"shell-missing", [](const Image& image) { image.remove("/bin/sh"); },
+     [](const Image& image) { image.link("/bin/sh", "../usr/bin/killall"); }},
     {"not-executable", [](const Image& image) { image.setMode(Program, 0644); },
      [](const Image& image) { image.setMode(Program, 0744); }},
     {"not-a-program", [](const Image& image) { image.link(Program, "/bin"); },
@@ -246,15 +248,35 @@ const std::vector<RuleCase> Cases = {
      [](const Image& image) { image.write(Program, "#! /bin/sh -e\n"); }},
     {"interpreter-missing", [](const Image& image) { image.write(Program, "#!/usr/bin/env python3\n"); },
      [](const Image& image) { image.write(Program, "#!/usr/bin/env -S A=b sh\n"); }, "python3"},
+    {"interpreter-missing", [](const Image& image) { image.write(Program, "#!/usr/bin/env sh -e\n"); },
+     [](const Image& image) { image.write(Program, "#!/usr/bin/env -S -u FOO sh -e\n"); }, "\"sh -e\""},
+    {"interpreter-line-long",
+     [](const Image& image) { image.write(Program, "#!/bin/sh -" + std::string(117, 'e') + "\n"); },
+     [](const Image& image) { image.write(Program, "#!/bin/sh -e" + std::string(300, ' ') + "\n"); }},
     {"elf-damaged", [](const Image& image) { image.write(Server, ServerProgram().bytes().substr(0, 100)); },
      [](const Image& image) { image.write(Server, ServerProgram().bytes() + "more"); }},
     {"elf-class",
      [](const Image& image) {
          ElfImage program;
          program.is64 = false;
+         program.machine = 40;
          image.write(Server, program.bytes());
      },
      [](const Image& image) { image.write(Server, ElfImage().bytes()); }},
+    {"elf-32-bit",
+     [](const Image& image) {
+         ElfImage program;
+         program.is64 = false;
+         program.machine = 3;
+         image.write(Server, program.bytes());
+     },
+     [](const Image& image) {
+         ElfImage program;
+         program.is64 = false;
+         program.machine = 40;
+         image.write(Server, program.bytes());
+     },
+     "x86 with 32 bits"},
     {"elf-machine",
      [](const Image& image) {
          ElfImage program;
@@ -286,6 +308,32 @@ const std::vector<RuleCase> Cases = {
          image.write(Server, program.bytes());
          image.link("/lib/ld-musl.so", "libc.so");
      }},
+    {"elf-interpreter-missing", [](const Image& image) { image.setMode("/lib64/ld-linux.so", 0644); },
+     [](const Image& image) { image.setMode("/lib64/ld-linux.so", 0711); }, "is not executable"},
+    // The run path of a program does not serve its libraries, unless it is of the old kind.
+    {"library-missing",
+     [](const Image& image) {
+         ElfImage program = ServerProgram();
+         program.needed = {"liba.so"};
+         program.runPath = "/opt/lib";
+         image.write(Server, program.bytes());
+         program.needed = {"libb.so"};
+         program.runPath = "";
+         image.write("/opt/lib/liba.so", program.bytes());
+         image.write("/opt/lib/libb.so", ElfImage().bytes());
+     },
+     [](const Image& image) {
+         ElfImage program = ServerProgram();
+         program.needed = {"liba.so"};
+         program.runPath = "/opt/lib";
+         program.hasOldRunPath = true;
+         image.write(Server, program.bytes());
+         program.needed = {"libb.so"};
+         program.runPath = "";
+         image.write("/opt/lib/liba.so", program.bytes());
+         image.write("/opt/lib/libb.so", ElfImage().bytes());
+     },
+     "\"libb.so\""},
     {"library-missing",
      [](const Image& image) {
          ElfImage program = ServerProgram();
@@ -304,6 +352,10 @@ const std::vector<RuleCase> Cases = {
      "libmodbus.so.5"},
     {"writable-by-others", [](const Image& image) { image.setMode(Program, 0775); },
      [](const Image& image) { image.setMode(Program, 0755); }},
+    {"writable-by-others", [](const Image& image) { image.setMode("/factory_setting", 0775); },
+     [](const Image& image) { image.setMode("/usr/sbin", 0775); }, "put files into it"},
+    {"writable-by-others", [](const Image& image) { image.setMode(Image::Factory, 0666); },
+     [](const Image& image) { image.setMode(Image::Factory, 0644); }},
     {"name-shell-characters",
      [](const Image& image) { image.rename(Program, "/factory_setting/Modbus_loadservice;reboot"); },
      [](const Image& image) { image.rename(Program, "/factory_setting/Modbus_loadservice-reboot"); }},
