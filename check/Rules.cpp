@@ -182,17 +182,24 @@ constexpr Rule Table[] = {
      "The start programs of two protocols have the same part before the first \"_\", so both servers are stopped by "
      "one name: \"IEC_101_loadservice\" and \"IEC_104_loadservice\" are both stopped by \"IEC_Server\"."},
     {"server-missing", Severity::Warning,
-     "No file of the image has the name by which the protocol is stopped, so probably no process will have it. A "
-     "server that "
-     "renames itself, or is called so by a link made on the device, cannot be seen here."},
+     "No file of the image has the name by which the protocol is stopped, so probably no process will. A server that "
+     "renames itself, or is called so by a link made on the device, cannot be seen here. /dev, /proc, /sys and /run "
+     "are not looked through. Of several files with the name those that can be executed are looked at, and each of "
+     "them."},
     {"server-no-interpreter-line", Severity::Error,
      "The server is a script without an interpreter line. The kernel does not run it; a shell does so itself and keeps "
      "its own name. Tried: neither the killall of psmisc nor that of BusyBox finds it. Begin the script with "
      "\"#!/bin/sh\"."},
     {"server-through-interpreter", Severity::Error,
-     "The server is started as the argument of an interpreter, or its interpreter line goes through env: the process "
-     "bears the interpreter's name. Tried: neither killall finds it. Make the script executable, begin it with the "
-     "path of its interpreter, and start it by its own name."},
+     "The server's interpreter line goes through env, which replaces itself by the interpreter: the process has the "
+     "interpreter's name. Tried: neither the killall of psmisc nor that of BusyBox finds it. Begin the script with the "
+     "path of its interpreter."},
+    {"start-through-interpreter", Severity::Warning,
+     "The start script seems to start its server as the argument of an interpreter (\"sh X_Server\", \"python3 "
+     "X_Server\", \". X_Server\"): the process has the interpreter's name then. Tried: neither killall finds it. "
+     "Make the server executable, begin it with the path of its interpreter, and start it by its own name. A guess "
+     "from the words of the script's commands, of its first 64 KiB: what is in variables, functions or here-documents "
+     "is not known, nor is every interpreter."},
     {"killall-missing", Severity::Error,
      "There is no killall in the image that can be executed. It comes with BusyBox or psmisc. The shell says \"not "
      "found\" when the launcher stops, and nothing is stopped."},

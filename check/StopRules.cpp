@@ -2,11 +2,11 @@
 
 #include "check/InterpreterLine.h"
 #include "check/ServerSearch.h"
+#include "check/StartScript.h"
 #include "launcher/ServiceCommand.h"
 #include "xmlconfig/XmlPlaces.h"
 
 #include <algorithm>
-#include <array>
 #include <map>
 #include <memory>
 #include <set>
@@ -19,44 +19,6 @@ namespace {
 constexpr size_t KernelName = 15;
 // A start script larger than this is not read for how it starts its server.
 constexpr size_t MaxScript = 65536;
-
-// Programs that run a script, or a program, given as their argument.
-constexpr std::array<const char*, 11> Interpreters = {"sh",   "bash", "dash", "ash", "zsh", "ksh",
-                                                      "perl", "lua",  "node", "php", "ruby"};
-constexpr const char* Python = "python";     // and a version
-constexpr const char* DynamicLinker = "ld-"; // and the rest of its name
-
-std::string FileName(const std::string& path) {
-    return path.substr(path.find_last_of('/') + 1);
-}
-
-bool IsInterpreter(const std::string& word) {
-    const std::string name = FileName(word);
-    return name.rfind(Python, 0) == 0 || name.rfind(DynamicLinker, 0) == 0 ||
-           std::find(Interpreters.begin(), Interpreters.end(), name) != Interpreters.end();
-}
-
-std::vector<std::string> Words(const std::string& line) {
-    constexpr const char* Ends = " \t\r;&|()<>\"'";
-    std::vector<std::string> words;
-    size_t start = line.find_first_not_of(Ends);
-    while (start != std::string::npos) {
-        const size_t end = std::min(line.find_first_of(Ends, start), line.size());
-        words.push_back(line.substr(start, end - start));
-        start = line.find_first_not_of(Ends, end);
-    }
-    return words;
-}
-
-std::vector<std::string> Lines(const std::string& text) {
-    std::vector<std::string> lines;
-    for (size_t start = 0; start < text.size();) {
-        const size_t end = std::min(text.find('\n', start), text.size());
-        lines.push_back(text.substr(start, end - start));
-        start = end + 1;
-    }
-    return lines;
-}
 
 struct Server {
     std::string name;
@@ -118,12 +80,13 @@ public:
         for (const Server& server : servers) {
             const auto found = search.found.find(server.name);
             if (found != search.found.end()) {
-                programs.check(found->second);
-                checkFound(found->second);
-            } else if (search.isCut) {
+                for (const std::string& path : found->second) {
+                    programs.check(path);
+                    checkFound(path);
+                }
+            } else if (!search.leftOut.empty()) {
                 findings.add(report.path, server.place, "not-looked-at",
-                             "the server \"" + server.name + "\" is not among the first " + std::to_string(maxEntries) +
-                                 " files of the image");
+                             "the server \"" + server.name + "\" was not found, but " + search.leftOut);
             } else {
                 findings.add(report.path, server.place, "server-missing",
                              "no file of the image is called \"" + server.name + "\", by which protocol \"" +
@@ -158,12 +121,20 @@ private:
     void checkStart(const Server& server) {
         const std::string path = ServiceCommand::ServiceDir + files[server.name];
         std::string script;
-        if (root.read(path, MaxScript, script) && script.compare(0, 2, "#!") == 0 &&
-            StartsThroughInterpreter(script, server.name)) {
-            findings.add(root.onHost(path), {}, "server-through-interpreter",
-                         "it starts \"" + server.name +
-                             "\" as the argument of an interpreter, and the process bears "
-                             "the interpreter's name: killall does not find it");
+        if (!root.read(path, MaxScript + 1, script) || script.compare(0, 4,
+                                                                      "\x7F"
+                                                                      "ELF") == 0) {
+            return;
+        }
+        if (StartsThroughInterpreter(script.substr(0, MaxScript), server.name)) {
+            findings.add(root.onHost(path), {}, "start-through-interpreter",
+                         "it seems to start \"" + server.name +
+                             "\" as the argument of an interpreter: the process bears the interpreter's name then, "
+                             "and killall does not find it");
+        } else if (script.size() > MaxScript) {
+            findings.add(root.onHost(path), {}, "not-looked-at",
+                         "only its first " + std::to_string(MaxScript) +
+                             " bytes were read for how it starts its server");
         }
     }
 
@@ -176,29 +147,6 @@ private:
 };
 
 } // namespace
-
-bool StartsThroughInterpreter(const std::string& script, const std::string& server) {
-    for (const std::string& line : Lines(script)) {
-        const std::vector<std::string> words = Words(line);
-        if (words.empty() || words.front().front() == '#') {
-            continue;
-        }
-        for (size_t i = 1; i < words.size(); ++i) {
-            if (FileName(words[i]) != server) {
-                continue;
-            }
-            // Options may stand between an interpreter and its script; behind -c is a command, not a script.
-            size_t before = i - 1;
-            while (before > 0 && words[before].front() == '-' && words[before] != "-c") {
-                --before;
-            }
-            if (IsInterpreter(words[before])) {
-                return true;
-            }
-        }
-    }
-    return false;
-}
 
 void CheckStop(const DeviceRoot& root, const ConfigurationReport& report, const std::vector<PlanStep>& plan,
                size_t maxEntries, ProgramRules& programs, FindingList& findings) {

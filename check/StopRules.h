@@ -7,7 +7,6 @@
 #include "check/ServicePlan.h"
 
 #include <cstddef>
-#include <string>
 #include <vector>
 
 /// Will `killall -15 <prefix>_Server` find the server, and no other: the rules are what the killall of psmisc 23.6 and of
@@ -18,7 +17,3 @@
 /// @param programs looks at the servers that are found.
 void CheckStop(const DeviceRoot& root, const ConfigurationReport& report, const std::vector<PlanStep>& plan,
                size_t maxEntries, ProgramRules& programs, FindingList& findings);
-
-/// @return whether a start script starts a server through an interpreter: "sh .../X_Server", "python3 X_Server". The
-///         process bears the interpreter's name then.
-bool StartsThroughInterpreter(const std::string& script, const std::string& server);

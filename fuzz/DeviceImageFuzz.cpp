@@ -1,10 +1,11 @@
 // What wyvern-check reads of an image that may be anybody's. The first byte chooses: an ELF file, the first line of a
-// script, or a tree of links, whose every path must lead where the kernel says.
+// script and its commands, or a tree of links, whose every path must lead where the kernel says.
 
 #include "check/DeviceRoot.h"
 #include "check/ElfFile.h"
 #include "check/EscapedText.h"
 #include "check/InterpreterLine.h"
+#include "check/StartScript.h"
 #include "check/Utf8.h"
 #include "fuzz/Check.h"
 #include "tests/support/ElfText.h"
@@ -55,6 +56,7 @@ void CheckLine(const std::string& content) {
     Expect(line.interpreter.size() + line.argument.size() <= InterpreterLine::KernelBuffer,
            "more than the kernel reads");
     static_cast<void>(line.program());
+    static_cast<void>(StartsThroughInterpreter(content, "A"));
     const std::string printable = EscapedText(content);
     Expect(FirstInvalidUtf8(printable) == std::string::npos, "an escaped text is UTF-8");
     Expect(printable.find_first_of("\t\n\x1B") == std::string::npos, "an escaped text moves a cursor");

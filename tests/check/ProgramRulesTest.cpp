@@ -298,7 +298,8 @@ TEST(ProgramRulesTest, AServerThatIsNotAmongTheEntriesLookedAtIsNotCalledMissing
     ASSERT_TRUE(CheckDevice(request, report));
 
     EXPECT_FALSE(HasRule(report, "server-missing"));
-    EXPECT_NE(FindingsText(report).find("is not among the first 3 files"), std::string::npos) << FindingsText(report);
+    EXPECT_NE(FindingsText(report).find("was not found, but only the first 3 files"), std::string::npos)
+        << FindingsText(report);
 }
 
 TEST(ProgramRulesTest, AServerIsFoundWhereverItStandsButInTheKernelsDirectories) {
@@ -315,7 +316,73 @@ TEST(ProgramRulesTest, AServerIsFoundWhereverItStandsButInTheKernelsDirectories)
         deep += "/a";
     }
     image.write(deep + "/Modbus_Server", "");
+    ExpectRule(image, "not-looked-at", "is deeper than 32 directories");
+}
+
+// A file of data, a link that leads nowhere and a script may all have a server's name.
+TEST(ProgramRulesTest, OfSeveralFilesWithAServersNameThoseThatCanRunAreLookedAt) {
+    const DeviceImage image;
+    image.write("/etc/Modbus_Server", "data", 0644);
+    image.link("/Modbus_Server", "/nowhere");
+    EXPECT_EQ(FindingsText(image.check()), "");
+
+    image.write("/etc/init.d/Modbus_Server", "#!/bin/sh\n");
+    image.rename("/usr/sbin/Modbus_Server", "/usr/Modbus_Server");
+    image.write("/usr/local/libexec/x/Modbus_Server", ElfImage().bytes().substr(0, 80));
+    ExpectRule(image, "elf-damaged", "/usr/local/libexec/x/Modbus_Server");
+
+    image.remove("/usr/local/libexec/x/Modbus_Server");
+    image.remove("/usr/Modbus_Server");
+    image.remove("/etc/init.d/Modbus_Server");
+    ExpectRule(image, "not-executable", "/etc/Modbus_Server");
+    EXPECT_FALSE(HasRule(image.check(), "link-dangling"));
+
+    image.remove("/etc/Modbus_Server");
+    ExpectRule(image, "link-dangling", "/Modbus_Server");
+    image.remove("/Modbus_Server");
+    image.link("/run/Modbus_Server", "/nowhere");
     ExpectRule(image, "server-missing", "Modbus_Server");
+}
+
+TEST(ProgramRulesTest, OfVeryManyFilesWithAServersNameSomeAreLookedAt) {
+    const DeviceImage image;
+    for (int i = 0; i < 40; ++i) {
+        image.write("/opt/" + std::to_string(i) + "/Modbus_Server", ElfImage().bytes().substr(0, 80));
+    }
+    const CheckReport report = image.check();
+    const std::vector<Finding>& all = report.findings.all();
+
+    EXPECT_GE(std::count_if(all.begin(), all.end(),
+                            [](const Finding& finding) { return finding.rule == std::string("elf-damaged"); }),
+              31);
+    EXPECT_LE(all.size(), 33U);
+}
+
+TEST(ProgramRulesTest, ADirectoryThatThisUserMayNotListMayHoldAServer) {
+    const DeviceImage image;
+    image.setMode("", 0755);
+    image.setMode("/usr/sbin", 0);
+    const ChildResult child = RunInChild([&image] {
+        if (geteuid() == 0 && setuid(65534) != 0) {
+            _exit(1);
+        }
+        static_cast<void>(std::printf("%s", FindingsText(image.check()).c_str()));
+    });
+    image.setMode("/usr/sbin", 0755);
+
+    EXPECT_NE(child.output.find("\"Modbus_Server\" was not found, but " + image.onHost("/usr/sbin") +
+                                " cannot be listed here"),
+              std::string::npos)
+        << child.output;
+    EXPECT_EQ(child.output.find("server-missing"), std::string::npos);
+}
+
+TEST(ProgramRulesTest, OfALongStartScriptTheBeginningIsRead) {
+    const DeviceImage image;
+    image.write(Program, "#!/bin/sh\n" + std::string(65536, '\n') + "sh Modbus_Server\n");
+    ExpectRule(image, "not-looked-at", "only its first 65536 bytes");
+    image.write(Program, "#!/bin/sh\nsh Modbus_Server\n" + std::string(65536, '\n'));
+    ExpectRule(image, "start-through-interpreter", "");
 }
 
 TEST(ProgramRulesTest, TwoLongServerNamesThatTheKernelCutsAlikeAreTold) {

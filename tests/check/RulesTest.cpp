@@ -403,11 +403,13 @@ const std::vector<RuleCase> Cases = {
      [](const Image& image) { image.write(Server, "#!/bin/sh\nsleep 5\n"); }},
     {"server-through-interpreter", [](const Image& image) { image.write(Server, "#!/usr/bin/env sh\n"); },
      [](const Image& image) { image.write(Server, "#!/bin/busybox sh\n"); }, "env"},
-    {"server-through-interpreter",
+    {"start-through-interpreter",
      [](const Image& image) { image.write(Program, "#!/bin/sh\npython3 -u /usr/sbin/Modbus_Server &\n"); },
      [](const Image& image) {
          image.write(Program, "#!/bin/sh\n# sh Modbus_Server\nnice /usr/sbin/Modbus_Server &\n");
      }},
+    {"start-through-interpreter", [](const Image& image) { image.write(Program, "sh /usr/sbin/Modbus_Server\n"); },
+     [](const Image& image) { image.write(Program, "cp /usr/bin/node /usr/sbin/Modbus_Server # sh Modbus_Server\n"); }},
     {"server-no-interpreter-line", [](const Image& image) { image.write(Server, "\xEF\xBB\xBF#!/bin/sh\n"); },
      [](const Image& image) { image.write(Server, ""); }},
     {"killall-missing",
