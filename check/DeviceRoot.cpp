@@ -242,8 +242,8 @@ bool DeviceRoot::read(const std::string& path, size_t limit, std::string& out) c
     do {
         count = ::read(file.get(), content.data() + done, content.size() - done);
         done += static_cast<size_t>(std::max<ssize_t>(count, 0));
-    } while (count > 0 && done < content.size());
-    if (count < 0) { // also for a file that did not open
+    } while (count > 0); // the last time at the end of the text, or of the file
+    if (count < 0) {     // also for a file that did not open
         return false;
     }
     content.resize(done); // the file may have become shorter

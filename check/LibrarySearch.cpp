@@ -1,11 +1,14 @@
 #include "check/LibrarySearch.h"
 
+#include "check/FileDescriptor.h"
+
 #include <fnmatch.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <deque>
 #include <initializer_list>
+#include <memory>
 #include <utility>
 
 namespace {
@@ -196,7 +199,7 @@ const ElfFile* LibrarySearch::read(const std::string& path) {
     if (at != known.end()) {
         return &at->second;
     }
-    if (entry.kind != DeviceEntry::Kind::File || isExhausted()) {
+    if (entry.kind != DeviceEntry::Kind::File) {
         return nullptr;
     }
     const FileDescriptor file = root.open(entry.path);
@@ -289,7 +292,7 @@ private:
         const ElfFile* file = search.read(path);
         if (entry.kind == DeviceEntry::Kind::Unreachable) {
             uncertain = path + " cannot be looked at here";
-        } else if (entry.kind == DeviceEntry::Kind::File && file == nullptr && !search.isExhausted()) {
+        } else if (entry.kind == DeviceEntry::Kind::File && file == nullptr) {
             result.leftOut = path + " cannot be read here, so it is not known what that needs";
             return true;
         }

@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <utility>
@@ -199,10 +200,13 @@ void ProgramRules::checkEnv(const std::string& path, const InterpreterLine& line
 
 void ProgramRules::checkElf(const std::string& path, const std::string& realPath) {
     const ElfFile* read = libraries.read(realPath);
-    if (read == nullptr && libraries.isExhausted()) {
-        add(path, "not-looked-at", "so many programs and libraries were looked at before that this one was not");
+    if (read == nullptr) {
+        add(path, "not-looked-at",
+            libraries.isExhausted() ? "so many programs and libraries were looked at before that this one was not"
+                                    : "it cannot be read here, so nothing is known of its content");
+        return;
     }
-    if (read == nullptr || read->state == ElfFile::State::NotElf) {
+    if (read->state == ElfFile::State::NotElf) {
         return;
     }
     if (read->state == ElfFile::State::Damaged || !read->isProgramOrLibrary) {

@@ -6,10 +6,10 @@
 #include "launcher/ServiceCommand.h"
 #include "xmlconfig/XmlPlaces.h"
 
-#include <algorithm>
 #include <map>
-#include <memory>
+#include <optional>
 #include <set>
+#include <string>
 #include <utility>
 #include <vector>
 

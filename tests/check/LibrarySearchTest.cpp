@@ -213,6 +213,13 @@ TEST_F(LibrarySearchTest, MuslIsItsOwnCLibraryAndHasItsOwnDirectoriesAndRunPaths
     EXPECT_EQ(missing(needing({"libcrypto.so"})), "libcrypto.so by /opt/bin/program");
     EXPECT_EQ(missing(Needing({"liba.so"})), "liba.so by /opt/bin/program");
 
+    const DeviceRoot root(directory.path());
+    LibrarySearch search(root);
+    for (const char* path : {"/opt/bin/one", "/opt/bin/two"}) {
+        add(path, needing({"liba.so"}));
+        EXPECT_EQ(missingIn(search, path), "");
+    }
+
     write("/etc/ld-musl-armhf.path", "/opt/five:/opt/six\n/opt/seven");
     write("/etc/ld-musl-mips.path", "/usr/local/lib");
     add("/opt/seven/libb.so");
@@ -292,6 +299,24 @@ TEST_F(LibrarySearchTest, ALibraryForAnotherMachineDoesNotCount) {
     }
     write("/lib/liba.so", "INPUT(libb.so)");
     EXPECT_EQ(missing(Needing({"liba.so"})), "liba.so by /opt/bin/program");
+}
+
+TEST_F(LibrarySearchTest, AListThatThisUserMayNotReadMayNameAnyDirectory) {
+    add("/opt/bin/program", Needing({"liba.so"}));
+    write("/etc/ld.so.conf", "/opt/lib\n");
+    fs::permissions(directory / "/etc/ld.so.conf", fs::perms::none);
+    fs::permissions(directory.path(), fs::perms(0755));
+    const ChildResult child = RunInChild([this] {
+        if (geteuid() == 0 && setuid(65534) != 0) {
+            _exit(1);
+        }
+        const DeviceRoot root(directory.path());
+        LibrarySearch search(root);
+        static_cast<void>(std::printf("%s", missingIn(search).c_str()));
+    });
+
+    EXPECT_NE(child.output.find("but it may be there: /etc/ld.so.conf is one list too many"), std::string::npos)
+        << child.output;
 }
 
 TEST_F(LibrarySearchTest, MoreLibrariesThanAProgramNeedsAreLeftOut) {

@@ -278,6 +278,26 @@ TEST(ProgramRulesTest, WhatThisUserMayNotReadIsSaidToBeLeftOut) {
     const ChildResult unlisted = checkAsAnyone();
     image.setMode("/factory_setting", 0755);
 
+    image.setMode("/bin/busybox", 0711);
+    const ChildResult shell = checkAsAnyone();
+    image.setMode("/bin/busybox", 0755);
+    image.write("/usr/bin/python3", ElfImage().bytes(), 0711);
+    image.write(Program, "#!/usr/bin/env python3\n");
+    const ChildResult behindEnv = checkAsAnyone();
+    image.write("/opt/closed/sh", ElfImage().bytes());
+    image.setMode("/opt/closed", 0700);
+    image.write(Program, "#!/opt/closed/sh\n");
+    const ChildResult interpreter = checkAsAnyone();
+
+    EXPECT_NE(shell.output.find("/bin/sh:1:1: warning: not-looked-at: it cannot be read"), std::string::npos)
+        << shell.output;
+    EXPECT_EQ(shell.output.find("shell-missing"), std::string::npos);
+    EXPECT_NE(behindEnv.output.find("/usr/bin/python3:1:1: warning: not-looked-at: it cannot be read"),
+              std::string::npos)
+        << behindEnv.output;
+    EXPECT_NE(interpreter.output.find("not-looked-at: the interpreter \"/opt/closed/sh\" cannot be looked at here"),
+              std::string::npos)
+        << interpreter.output;
     EXPECT_NE(closed.output.find("Modbus_loadservice:1:1: warning: not-looked-at"), std::string::npos) << closed.output;
     EXPECT_NE(closed.output.find("Modbus_Server:1:1: warning: not-looked-at"), std::string::npos);
     EXPECT_NE(closed.output.find("not-looked-at: /lib/libc.so cannot be read here"), std::string::npos);
@@ -328,12 +348,14 @@ TEST(ProgramRulesTest, OfSeveralFilesWithAServersNameThoseThatCanRunAreLookedAt)
 
     image.write("/etc/init.d/Modbus_Server", "#!/bin/sh\n");
     image.rename("/usr/sbin/Modbus_Server", "/usr/Modbus_Server");
+    image.write("/usr/share/doc/Modbus_Server", "not executable", 0644);
     image.write("/usr/local/libexec/x/Modbus_Server", ElfImage().bytes().substr(0, 80));
     ExpectRule(image, "elf-damaged", "/usr/local/libexec/x/Modbus_Server");
 
     image.remove("/usr/local/libexec/x/Modbus_Server");
     image.remove("/usr/Modbus_Server");
     image.remove("/etc/init.d/Modbus_Server");
+    image.remove("/usr/share/doc/Modbus_Server");
     ExpectRule(image, "not-executable", "/etc/Modbus_Server");
     EXPECT_FALSE(HasRule(image.check(), "link-dangling"));
 

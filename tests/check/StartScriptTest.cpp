@@ -56,6 +56,7 @@ TEST(StartScriptTest, AServerThatIsStartedByItsNameOrOnlySpokenOfIsNot) {
                              "echo 'x; sh A_Server'",
                              "A_Server >sh",
                              "sh >A_Server",
+                             "sh >a&A_Server",
                              "sh -o",
                              "sh -o A_Server",
                              "sh &\nA_Server",
