@@ -51,12 +51,10 @@ constexpr Rule Table[] = {
      "A second element with name=\"ProtocolConfig\" follows the protocol section. Only the first is read."},
     {"entry-before-first", Severity::Warning,
      "Entries begin at the first \"ConfigItem\" of the section. An element before it is ignored, which is rarely "
-     "meant: "
-     "look for a misspelled \"ConfigItem\"."},
+     "meant: look for a misspelled \"ConfigItem\"."},
     {"entry-other-element", Severity::Warning,
      "After the first \"ConfigItem\" every element is taken as an entry, whatever its name. Its protocol is started "
-     "when "
-     "its ProtocolEnable is \"true\"; look for an element that belongs elsewhere."},
+     "when its ProtocolEnable is \"true\"; look for an element that belongs elsewhere."},
     {"attribute-unknown", Severity::Warning,
      "An entry has the attributes ProtocolName, ProtocolId, ProtocolType and ProtocolEnable, the root element and a "
      "section have \"name\", in exactly this letter case. Others are ignored, and what was meant by a misspelled one "
@@ -85,8 +83,7 @@ constexpr Rule Table[] = {
     {"program-missing", Severity::Error,
      "No name in \"/factory_setting/\" contains \"loadservice\" and the protocol's name, in exactly this letter case; "
      "directories and names with a leading dot do not count. To start, the launcher runs \"/factory_setting/\" itself, "
-     "which the "
-     "shell refuses, and to stop runs \"killall -15 _Server\"."},
+     "which the shell refuses, and to stop runs \"killall -15 _Server\"."},
     {"program-ambiguous", Severity::Warning,
      "Several names match one protocol, and the first in the order of the directory is run. That order is the file "
      "system's own: on the device it may be another than here, and it may change when a file is added."},
@@ -100,8 +97,7 @@ constexpr Rule Table[] = {
      "is misspelled, or another program comes before it in the directory."},
     {"program-leftover", Severity::Warning,
      "The name looks like that of a copy which an editor or a package manager leaves behind. It counts as a start "
-     "program "
-     "all the same, and may be the one that is run. Remove it from the image."},
+     "program all the same, and may be the one that is run. Remove it from the image."},
     {"name-contained", Severity::Warning,
      "A protocol's name is contained in another's, \"Modbus\" in \"ModbusTCP\": the start program of the longer "
      "matches the shorter, too, and the order of the directory decides."},
@@ -165,8 +161,7 @@ constexpr Rule Table[] = {
     {"name-shell-characters", Severity::Error,
      "The name of a start program reaches the shell unquoted. A blank ends the program's name, \";\" begins another "
      "command, \"$(...)\" is run; and a \"-\" at the beginning makes an option of what killall is given. Keep to "
-     "letters, "
-     "digits, \"_\", \"-\" and \".\"."},
+     "letters, digits, \"_\", \"-\" and \".\"."},
     {"command-too-long", Severity::Error,
      "The command to start or to stop has more than 63 bytes and is not run. There is room for 46 bytes of the start "
      "program's name, and for 44 of its part before the first \"_\"; a Chinese character takes three. Where the order "
@@ -196,10 +191,10 @@ constexpr Rule Table[] = {
      "path of its interpreter."},
     {"start-through-interpreter", Severity::Warning,
      "The start script seems to start its server as the argument of an interpreter (\"sh X_Server\", \"python3 "
-     "X_Server\", \". X_Server\"): the process has the interpreter's name then. Tried: neither killall finds it. "
-     "Make the server executable, begin it with the path of its interpreter, and start it by its own name. A guess "
-     "from the words of the script's commands, of its first 64 KiB: what is in variables, functions or here-documents "
-     "is not known, nor is every interpreter."},
+     "X_Server\", \". X_Server\"): the process has the interpreter's name then. Tried: neither killall finds it. Make "
+     "the server executable, begin it with the path of its interpreter, and start it by its own name. A guess from the "
+     "words of the script's commands, of its first 64 KiB: what is in variables, functions or here-documents is not "
+     "known, nor is every interpreter."},
     {"killall-missing", Severity::Error,
      "There is no killall in the image that can be executed. It comes with BusyBox or psmisc. The shell says \"not "
      "found\" when the launcher stops, and nothing is stopped."},
@@ -207,8 +202,7 @@ constexpr Rule Table[] = {
     // What was not looked at.
     {"partial-tree", Severity::Note,
      "The tree has neither /bin nor /usr/bin, so it is taken for a part that is laid over a system. What that system "
-     "brings "
-     "along (interpreters, libraries, killall) is not looked for."},
+     "brings along (interpreters, libraries, killall) is not looked for."},
     {"not-looked-at", Severity::Warning,
      "Something is larger or more than this program looks at, or cannot be read by this user: nothing is known of it."},
     {"findings-cut", Severity::Warning, "There are more findings of one rule than are listed. Correct these first."},
