@@ -40,21 +40,20 @@ std::vector<XmlPlacedElement> PlacedChildren(const TiXmlNode& parent, int levels
     return placed;
 }
 
+bool IsContinuation(char c) {
+    return (static_cast<unsigned char>(c) & 0xC0U) == 0x80U;
+}
+
 /// @return the offset of a place that the library told, whose columns are characters in UTF-8 and else bytes.
 size_t OffsetOfPlace(const std::string& text, const XmlPlace& place, bool isUtf8) {
     size_t at = 0;
     for (int line = 1; line < place.line; ++line) {
-        at = std::min(text.find('\n', at), text.size() - 1) + 1;
+        at = text.find('\n', at) + 1; // the library counted it, so it is there
     }
-    // A string's end is a zero byte.
-    const auto continues = [&text](size_t i) {
-        return (static_cast<unsigned char>(text[std::min(i, text.size())]) & 0xC0U) == 0x80U;
-    };
     for (int column = 1; column < place.column; ++column) {
-        ++at;
-        while (isUtf8 && continues(at)) {
+        do {
             ++at;
-        }
+        } while (isUtf8 && at < text.size() && IsContinuation(text[at]));
     }
     return at;
 }
@@ -117,14 +116,14 @@ const XmlPlacedAttribute* XmlPlacedElement::find(const std::string& attributeNam
 
 XmlPlace PlaceOfOffset(const std::string& text, size_t offset, bool isUtf8) {
     XmlPlace place;
-    bool isSecond = false; // of the two bytes that are a character in GB2312
+    bool isHalf = false; // the first of the two bytes that are a character in GB2312
     for (size_t i = 0; i < std::min(offset, text.size()); ++i) {
-        const auto byte = static_cast<unsigned char>(text[i]);
-        isSecond = !isUtf8 && byte >= 0x80 && !isSecond;
-        if (byte == '\n' || (byte == '\r' && text[i + 1] != '\n')) { // a string's end is a zero byte
+        const char c = text[i];
+        isHalf = !isUtf8 && static_cast<unsigned char>(c) >= 0x80 && !isHalf;
+        if (c == '\n' || (c == '\r' && text[i + 1] != '\n')) { // a string's end is a zero byte
             ++place.line;
             place.column = 1;
-        } else if (byte != '\r' && !isSecond && (!isUtf8 || (byte & 0xC0U) != 0x80U)) {
+        } else if (c != '\r' && !isHalf && (!isUtf8 || !IsContinuation(c))) {
             ++place.column;
         }
     }

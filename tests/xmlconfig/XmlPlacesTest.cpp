@@ -69,6 +69,28 @@ TEST(XmlPlacesTest, WhatIsNotWellFormedIsToldInTheLibrarysWordsWithItsPlace) {
     EXPECT_TRUE(text.topLevel.empty());
 }
 
+TEST(XmlPlacesTest, AnErrorHasItsPlaceWhateverStandsInFrontOfIt) {
+    struct Case {
+        std::string content;
+        std::string place;
+        bool endsEarly;
+    };
+    const std::string chinese = "\xE7\xBD\x91\xE5\x85\xB3";
+    for (const Case& each :
+         {Case{"\n<a></b>", "2:4", false}, Case{"\n\n <a></b>", "3:5", false},
+          Case{Declaration + "\n<a>\n\n<b></c>\n</a>", "5:4", false},
+          Case{Declaration + "<a>" + chinese + "</b>", "2:6", false},
+          Case{Declaration + "<a>\n" + chinese + "</b>", "3:3", false},
+          Case{Declaration + "\n<!--" + chinese + "--><a b", "3:13", true}, Case{Declaration + "<a>>\n<b", "3:2", true},
+          Case{Declaration + "<a>\n<b/>", "3:5", true}}) {
+        const XmlPlacedText text = ParseWithPlaces(each.content);
+
+        EXPECT_EQ(text.state, State::NotWellFormed) << each.content;
+        EXPECT_EQ(At(text.place), each.place) << each.content;
+        EXPECT_EQ(text.endsEarly, each.endsEarly) << each.content;
+    }
+}
+
 TEST(XmlPlacesTest, ATextThatEndsTooEarlyHasItsErrorAtItsEnd) {
     const XmlPlacedText text = ParseWithPlaces(Declaration + "<Configure name='a'>\n  <b>");
 
