@@ -3,11 +3,11 @@
 #   cpack -G DEB   wyvern: the launcher and whatever else there is for running it; wyvern-dev: the component
 #                  "development". For a build with the preset "package".
 #   cpack -G TGZ   the component "device" under one folder of its own, nothing that would fall into place on a device by
-#                  being unpacked: a device has one kind of init, and the archive the glue for three.
+#                  being unpacked: a device has one kind of init, and the archive the files for three.
 
 install(PROGRAMS startup/S90wyvern startup/wyvern.openrc DESTINATION startup COMPONENT device EXCLUDE_FROM_ALL)
 install(FILES startup/README.md startup/wyvern.service DESTINATION startup COMPONENT device EXCLUDE_FROM_ALL)
-install(FILES LICENSE README.md DESTINATION . COMPONENT device EXCLUDE_FROM_ALL)
+install(FILES LICENSE cmake/device/README cmake/device/LICENSES DESTINATION . COMPONENT device EXCLUDE_FROM_ALL)
 install(TARGETS Wyvern RUNTIME DESTINATION bin COMPONENT device EXCLUDE_FROM_ALL)
 
 set(CPACK_PACKAGE_NAME wyvern)
@@ -38,6 +38,8 @@ each and runs it, or ends that protocol's server process. It is no daemon:
 nothing of it is there between start and stop.
 .
 The unit for systemd is installed and not enabled.")
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_CONTROL_EXTRA "${PROJECT_SOURCE_DIR}/cmake/debian/prerm")
 
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_NAME wyvern-dev)
 set(CPACK_DEBIAN_DEVELOPMENT_PACKAGE_SECTION libdevel)

@@ -116,7 +116,8 @@ const XmlPlacedAttribute* XmlPlacedElement::find(const std::string& attributeNam
 
 XmlPlace PlaceOfOffset(const std::string& text, size_t offset, bool isUtf8) {
     XmlPlace place;
-    bool isHalf = false; // the first of the two bytes that are a character in GB2312
+    // The first of the two bytes that are a character in GB2312.
+    bool isHalf = false; // cppcheck-suppress variableScope; it is that of the byte before, too
     for (size_t i = 0; i < std::min(offset, text.size()); ++i) {
         const char c = text[i];
         isHalf = !isUtf8 && static_cast<unsigned char>(c) >= 0x80 && !isHalf;
