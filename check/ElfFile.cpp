@@ -3,6 +3,7 @@
 #include <elf.h>
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <utility>
 
@@ -224,4 +225,12 @@ std::string ElfMachineName(uint16_t machine) {
     default:
         return "machine " + std::to_string(machine);
     }
+}
+
+bool IsSmallerKin(const ElfFile& file, const ElfFile& reference) {
+    constexpr std::array<std::pair<uint16_t, uint16_t>, 3> Kin = {
+        {{EM_386, EM_X86_64}, {EM_ARM, EM_AARCH64}, {EM_PPC, EM_PPC64}}};
+    return file.bits < reference.bits &&
+           (file.machine == reference.machine ||
+            std::find(Kin.begin(), Kin.end(), std::make_pair(file.machine, reference.machine)) != Kin.end());
 }

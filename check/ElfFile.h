@@ -37,3 +37,7 @@ ElfFile ReadElfFile(uint64_t size, const ReadAt& readAt);
 
 /// @return a name for a machine's number, "ARM", "x86-64"; "machine 1234" for one without.
 std::string ElfMachineName(uint16_t machine);
+
+/// @return whether a program is one of 32 bits for the processors that `reference` is for in 64: a kernel for those may
+///         run it all the same, if it was built to.
+bool IsSmallerKin(const ElfFile& file, const ElfFile& reference);

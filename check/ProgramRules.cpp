@@ -3,9 +3,6 @@
 #include "launcher/ConfigurationCopies.h"
 #include "launcher/ServiceCommand.h"
 
-#include <elf.h>
-
-#include <algorithm>
 #include <array>
 #include <cstddef>
 #include <cstdint>
@@ -30,15 +27,6 @@ bool IsDirectory(const DeviceRoot& root, const char* path) {
 
 std::string OrderName(const ElfFile& file) {
     return file.isLittleEndian ? "little-endian" : "big-endian";
-}
-
-// A kernel for 64 bits may run it all the same, if it was built to.
-bool IsSmallerKin(const ElfFile& file, const ElfFile& reference) {
-    constexpr std::array<std::pair<uint16_t, uint16_t>, 3> Kin = {
-        {{EM_386, EM_X86_64}, {EM_ARM, EM_AARCH64}, {EM_PPC, EM_PPC64}}};
-    return file.bits < reference.bits &&
-           (file.machine == reference.machine ||
-            std::find(Kin.begin(), Kin.end(), std::make_pair(file.machine, reference.machine)) != Kin.end());
 }
 
 } // namespace

@@ -105,7 +105,7 @@ constexpr Rule Table[] = {
     // Will it run.
     {"shell-missing", Severity::Error,
      "There is no /bin/sh in the image, it leads to nothing, or it cannot be executed. The launcher runs every command "
-     "by it (system(3)), so nothing is started and nothing is stopped. What is wrong inside the shell's own file is "
+     "by it, so nothing is started and nothing is stopped. What is wrong inside the shell's own file is "
      "told by the rules for programs."},
     {"not-executable", Severity::Error,
      "The file has no execute permission. The shell says so on the device's console, and nothing is started."},
