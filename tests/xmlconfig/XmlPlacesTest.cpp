@@ -145,6 +145,9 @@ TEST(XmlPlacesTest, WhereTheConversionCutsATextIsTheOffsetOfTheFirstByteThatDoes
 
     EXPECT_EQ(text.cutAt, start.size());
     EXPECT_EQ(text.state, State::NotWellFormed);
+    EXPECT_EQ(At(text.place), "2:12");
+    // In characters behind the conversion, whatever is declared.
+    EXPECT_EQ(At(ParseWithPlaces(Gb2312Declaration + "<Configure a='\xCD\xF8' name='\xFF'/>").place), "2:18");
 }
 
 TEST(XmlPlacesTest, AColumnOfGb2312CountsTwoBytesOutsideAsciiAsACharacter) {
@@ -165,10 +168,13 @@ TEST(XmlPlacesTest, ATextThatNestsTooDeepOrTakesTooManyStepsIsNotParsed) {
     EXPECT_EQ(ParseWithPlaces(Repeated("<a>", 5001)).state, State::TooDeep);
 
     std::string manyAttributes = "<a";
-    for (int i = 0; i < 20000; ++i) {
+    for (int i = 0; i < 16383; ++i) {
         manyAttributes += " a" + std::to_string(i) + "=''";
     }
-    EXPECT_EQ(ParseWithPlaces(manyAttributes + "/>").state, State::TooMuch);
+    // One for the element, 16,383 * 16,384 / 2 for its attributes, one for each of the others: as many as may be.
+    const std::string asMany = manyAttributes + "/>" + Repeated("<b/>", 8191);
+    EXPECT_EQ(ParseWithPlaces(asMany).state, State::WellFormed);
+    EXPECT_EQ(ParseWithPlaces(asMany + "<b/>").state, State::TooMuch);
     EXPECT_EQ(ParseWithPlaces(Repeated("<a>", 4000) + Repeated("<b/>", 40000)).state, State::TooMuch);
 }
 
