@@ -77,7 +77,7 @@ TEST(XmlPlacesTest, AnErrorHasItsPlaceWhateverStandsInFrontOfIt) {
     };
     const std::string chinese = "\xE7\xBD\x91\xE5\x85\xB3";
     for (const Case& each :
-         {Case{"\n<a></b>", "2:4", false}, Case{"\n\n <a></b>", "3:5", false},
+         {Case{"<a></b>", "1:4", false}, Case{"\n<a></b>", "2:4", false}, Case{"\n\n <a></b>", "3:5", false},
           Case{Declaration + "\n<a>\n\n<b></c>\n</a>", "5:4", false},
           Case{Declaration + "<a>" + chinese + "</b>", "2:6", false},
           Case{Declaration + "<a>\n" + chinese + "</b>", "3:3", false},
