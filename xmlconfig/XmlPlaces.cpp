@@ -79,7 +79,7 @@ XmlPlacedText::State Read(TiXmlDocument& document, const char* workingText, TiXm
     const bool hasPlace = document.ErrorRow() > 0;
     const size_t offset =
         hasPlace ? OffsetOfPlace(text, {document.ErrorRow(), document.ErrorCol()}, isUtf8) : text.size();
-    out.endsEarly = !hasPlace || text.find('>', offset) == std::string::npos;
+    out.endsEarly = text.find('>', offset) == std::string::npos;
     out.place = PlaceOfOffset(text, offset, isUtf8);
     return XmlPlacedText::State::NotWellFormed;
 }

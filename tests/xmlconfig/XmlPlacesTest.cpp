@@ -124,16 +124,19 @@ TEST(XmlPlacesTest, TheDeclarationIsToldAndDecidesTheEncoding) {
         bool hasDeclaration;
         std::string declared;
         bool isUtf8;
+        std::string declarationPlace;
     };
-    for (const Case& each : {Case{"<a/>", false, "", false}, Case{"\n<?xml version='1.0'?><a/>", true, "", true},
-                             Case{"<?xml encoding='UTF8'?><a/>", true, "UTF8", true},
-                             Case{"<?xml encoding='UTF-8859'?><a/>", true, "UTF-8859", false},
-                             Case{"<!-- --><?xml encoding='gb2312'?><a/>", true, "gb2312", false},
-                             Case{"\xEF\xBB\xBF<?xml encoding='utf-8'?><a/>", true, "utf-8", false}}) {
+    for (const Case& each :
+         {Case{"<a/>", false, "", false, "1:1"}, Case{"\n<?xml version='1.0'?><a/>", true, "", true, "2:1"},
+          Case{"<?xml encoding='UTF8'?><a/>", true, "UTF8", true, "1:1"},
+          Case{"<?xml encoding='UTF-8859'?><a/>", true, "UTF-8859", false, "1:1"},
+          Case{"<!-- --><?xml encoding='gb2312'?><a/>", true, "gb2312", false, "1:9"},
+          Case{"\xEF\xBB\xBF<?xml encoding='utf-8'?><a/>", true, "utf-8", false, "1:1"}}) {
         const XmlPlacedText text = ParseWithPlaces(each.content);
 
         EXPECT_EQ(text.hasDeclaration, each.hasDeclaration) << each.content;
         EXPECT_EQ(text.declaredEncoding, each.declared) << each.content;
+        EXPECT_EQ(At(text.declarationPlace), each.declarationPlace) << each.content;
         EXPECT_EQ(text.isUtf8, each.isUtf8) << each.content;
     }
 }
