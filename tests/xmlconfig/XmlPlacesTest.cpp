@@ -131,7 +131,8 @@ TEST(XmlPlacesTest, TheDeclarationIsToldAndDecidesTheEncoding) {
           Case{"<?xml encoding='UTF8'?><a/>", true, "UTF8", true, "1:1"},
           Case{"<?xml encoding='UTF-8859'?><a/>", true, "UTF-8859", false, "1:1"},
           Case{"<!-- --><?xml encoding='gb2312'?><a/>", true, "gb2312", false, "1:9"},
-          Case{"\xEF\xBB\xBF<?xml encoding='utf-8'?><a/>", true, "utf-8", false, "1:1"}}) {
+          Case{"\xEF\xBB\xBF<?xml encoding='utf-8'?><a/>", true, "utf-8", false, "1:1"},
+          Case{"<?xml encoding='gb2312'?><?xml encoding='utf-8'?><a/>", true, "gb2312", false, "1:1"}}) {
         const XmlPlacedText text = ParseWithPlaces(each.content);
 
         EXPECT_EQ(text.hasDeclaration, each.hasDeclaration) << each.content;
@@ -142,7 +143,8 @@ TEST(XmlPlacesTest, TheDeclarationIsToldAndDecidesTheEncoding) {
 }
 
 TEST(XmlPlacesTest, WhereTheConversionCutsATextIsTheOffsetOfTheFirstByteThatDoesNotConvert) {
-    const std::string start = Gb2312Declaration + "<Configure name='\xCD\xF8";
+    // The second character has a byte 0x80 in UTF-8.
+    const std::string start = Gb2312Declaration + "<Configure name='\xCD\xF8\xD2\xBB";
 
     const XmlPlacedText text = ParseWithPlaces(start + "\xFF'/>");
 
