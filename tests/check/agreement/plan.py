@@ -62,6 +62,10 @@ class Promise:
         self.tags = set()
         self.has_open_choice = False
         self.is_unknown = False
+        # Its user may not list them, and the launcher on a device is another.
+        self.is_unlisted = any(row[:1] + row[2:3] == [b"services", b"unreadable"] for row in rows)
+        if self.is_unlisted:
+            self.tags.add("start programs not known")
         for row in (row for row in rows if row[0] == b"file"):
             if row[4] == b"yes":
                 self.in_force = row[1].decode()
@@ -126,6 +130,9 @@ def broken_promise(promise, run, may_be_open):
     if promise.is_unknown:
         is_planned = any(row[0] == b"plan" or (row[0] == b"file" and row[4] == b"yes") for row in promise.rows)
         return "there is a plan although the configuration in force is not known" if is_planned else None
+    if promise.is_unlisted:
+        is_planned = any(row[0] == b"plan" for row in promise.rows)
+        return "there is a plan although the start programs are not known" if is_planned else None
     if promise.has_open_choice and not may_be_open:
         return "a choice is called open where the order of the directory is the device's"
     if run.status != promise.status:
