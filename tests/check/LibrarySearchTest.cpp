@@ -1,17 +1,14 @@
 #include "check/LibrarySearch.h"
 
 #include "tests/check/ElfImage.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/check/TextForAnyone.h"
 #include "tests/support/Repeated.h"
 #include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <functional>
 #include <string>
@@ -255,21 +252,16 @@ TEST_F(LibrarySearchTest, ALibraryThatThisUserMayNotReadIsNotCalledMissing) {
     fs::permissions(directory / "/lib/liba.so", fs::perms::none);
     fs::permissions(directory / "/opt/lib", fs::perms::owner_read | fs::perms::others_read);
     fs::permissions(directory.path(), fs::perms(0755));
-    const ChildResult child = RunInChild([this] {
-        if (geteuid() == 0 && setuid(65534) != 0) {
-            _exit(1);
-        }
+    const std::string text = TextForAnyone([this] {
         const DeviceRoot root(directory.path());
         LibrarySearch search(root);
-        static_cast<void>(
-            std::printf("%s\n%s", missingIn(search).c_str(), missingIn(search, "/opt/bin/other").c_str()));
+        return missingIn(search) + "\n" + missingIn(search, "/opt/bin/other");
     });
     fs::permissions(directory / "/opt/lib", fs::perms::owner_all);
 
-    EXPECT_EQ(child.output,
-              "libc.so by /opt/bin/program /lib/liba.so cannot be read here, so it is not known what that "
-              "needs\na library was not found, but it may be there: /opt/lib/libb.so cannot be looked at "
-              "here");
+    EXPECT_EQ(text, "libc.so by /opt/bin/program /lib/liba.so cannot be read here, so it is not known what that "
+                    "needs\na library was not found, but it may be there: /opt/lib/libb.so cannot be looked at "
+                    "here");
 }
 
 TEST_F(LibrarySearchTest, ALibraryWithASlashIsAPath) {
@@ -306,17 +298,13 @@ TEST_F(LibrarySearchTest, AListThatThisUserMayNotReadMayNameAnyDirectory) {
     write("/etc/ld.so.conf", "/opt/lib\n");
     fs::permissions(directory / "/etc/ld.so.conf", fs::perms::none);
     fs::permissions(directory.path(), fs::perms(0755));
-    const ChildResult child = RunInChild([this] {
-        if (geteuid() == 0 && setuid(65534) != 0) {
-            _exit(1);
-        }
+    const std::string text = TextForAnyone([this] {
         const DeviceRoot root(directory.path());
         LibrarySearch search(root);
-        static_cast<void>(std::printf("%s", missingIn(search).c_str()));
+        return missingIn(search);
     });
 
-    EXPECT_NE(child.output.find("but it may be there: /etc/ld.so.conf is one list too many"), std::string::npos)
-        << child.output;
+    EXPECT_NE(text.find("but it may be there: /etc/ld.so.conf is one list too many"), std::string::npos) << text;
 }
 
 TEST_F(LibrarySearchTest, MoreLibrariesThanAProgramNeedsAreLeftOut) {

@@ -2,17 +2,14 @@
 
 #include "tests/check/DeviceImage.h"
 #include "tests/check/ElfImage.h"
-#include "tests/support/ChildProcess.h"
+#include "tests/check/TextForAnyone.h"
 
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
 
-#include <unistd.h>
-
 #include <algorithm>
 #include <cstdint>
-#include <cstdio>
 #include <filesystem>
 #include <string>
 
@@ -262,50 +259,40 @@ TEST(ProgramRulesTest, WhatThisUserMayNotReadIsSaidToBeLeftOut) {
     image.setMode(Program, 0111);
     image.setMode("/usr/sbin/Modbus_Server", 0111);
     image.setMode("/lib/libc.so", 0);
-    const auto checkAsAnyone = [&image] {
-        return RunInChild([&image] {
-            if (geteuid() == 0 && setuid(65534) != 0) {
-                _exit(1);
-            }
-            static_cast<void>(std::printf("%s", FindingsText(image.check()).c_str()));
-        });
-    };
+    const auto checkAsAnyone = [&image] { return TextForAnyone([&image] { return FindingsText(image.check()); }); };
 
-    const ChildResult closed = checkAsAnyone();
+    const std::string closed = checkAsAnyone();
     image.setMode("/factory_setting", 0744);
-    const ChildResult hidden = checkAsAnyone();
+    const std::string hidden = checkAsAnyone();
     image.setMode("/factory_setting", 0311);
-    const ChildResult unlisted = checkAsAnyone();
+    const std::string unlisted = checkAsAnyone();
     image.setMode("/factory_setting", 0755);
 
     image.setMode("/bin/busybox", 0711);
-    const ChildResult shell = checkAsAnyone();
+    const std::string shell = checkAsAnyone();
     image.setMode("/bin/busybox", 0755);
     image.write("/usr/bin/python3", ElfImage().bytes(), 0711);
     image.write(Program, "#!/usr/bin/env python3\n");
-    const ChildResult behindEnv = checkAsAnyone();
+    const std::string behindEnv = checkAsAnyone();
     image.write("/opt/closed/sh", ElfImage().bytes());
     image.setMode("/opt/closed", 0700);
     image.write(Program, "#!/opt/closed/sh\n");
-    const ChildResult interpreter = checkAsAnyone();
+    const std::string interpreter = checkAsAnyone();
 
-    EXPECT_NE(shell.output.find("/bin/sh:1:1: warning: not-looked-at: it cannot be read"), std::string::npos)
-        << shell.output;
-    EXPECT_EQ(shell.output.find("shell-missing"), std::string::npos);
-    EXPECT_NE(behindEnv.output.find("/usr/bin/python3:1:1: warning: not-looked-at: it cannot be read"),
+    EXPECT_NE(shell.find("/bin/sh:1:1: warning: not-looked-at: it cannot be read"), std::string::npos) << shell;
+    EXPECT_EQ(shell.find("shell-missing"), std::string::npos);
+    EXPECT_NE(behindEnv.find("/usr/bin/python3:1:1: warning: not-looked-at: it cannot be read"), std::string::npos)
+        << behindEnv;
+    EXPECT_NE(interpreter.find("not-looked-at: the interpreter \"/opt/closed/sh\" cannot be looked at here"),
               std::string::npos)
-        << behindEnv.output;
-    EXPECT_NE(interpreter.output.find("not-looked-at: the interpreter \"/opt/closed/sh\" cannot be looked at here"),
-              std::string::npos)
-        << interpreter.output;
-    EXPECT_NE(closed.output.find("Modbus_loadservice:1:1: warning: not-looked-at"), std::string::npos) << closed.output;
-    EXPECT_NE(closed.output.find("Modbus_Server:1:1: warning: not-looked-at"), std::string::npos);
-    EXPECT_NE(closed.output.find("not-looked-at: /lib/libc.so cannot be read here"), std::string::npos);
-    EXPECT_EQ(closed.output.find("interpreter-missing"), std::string::npos);
-    EXPECT_NE(hidden.output.find("cannot be looked at here"), std::string::npos) << hidden.output;
-    EXPECT_NE(unlisted.output.find("not-looked-at: the directory of the start programs cannot be listed"),
-              std::string::npos)
-        << unlisted.output;
+        << interpreter;
+    EXPECT_NE(closed.find("Modbus_loadservice:1:1: warning: not-looked-at"), std::string::npos) << closed;
+    EXPECT_NE(closed.find("Modbus_Server:1:1: warning: not-looked-at"), std::string::npos);
+    EXPECT_NE(closed.find("not-looked-at: /lib/libc.so cannot be read here"), std::string::npos);
+    EXPECT_EQ(closed.find("interpreter-missing"), std::string::npos);
+    EXPECT_NE(hidden.find("cannot be looked at here"), std::string::npos) << hidden;
+    EXPECT_NE(unlisted.find("not-looked-at: the directory of the start programs cannot be listed"), std::string::npos)
+        << unlisted;
 }
 
 TEST(ProgramRulesTest, AServerThatIsNotAmongTheEntriesLookedAtIsNotCalledMissing) {
@@ -384,19 +371,13 @@ TEST(ProgramRulesTest, ADirectoryThatThisUserMayNotListMayHoldAServer) {
     const DeviceImage image;
     image.setMode("", 0755);
     image.setMode("/usr/sbin", 0);
-    const ChildResult child = RunInChild([&image] {
-        if (geteuid() == 0 && setuid(65534) != 0) {
-            _exit(1);
-        }
-        static_cast<void>(std::printf("%s", FindingsText(image.check()).c_str()));
-    });
+    const std::string text = TextForAnyone([&image] { return FindingsText(image.check()); });
     image.setMode("/usr/sbin", 0755);
 
-    EXPECT_NE(child.output.find("\"Modbus_Server\" was not found, but " + image.onHost("/usr/sbin") +
-                                " cannot be listed here"),
+    EXPECT_NE(text.find("\"Modbus_Server\" was not found, but " + image.onHost("/usr/sbin") + " cannot be listed here"),
               std::string::npos)
-        << child.output;
-    EXPECT_EQ(child.output.find("server-missing"), std::string::npos);
+        << text;
+    EXPECT_EQ(text.find("server-missing"), std::string::npos);
 }
 
 TEST(ProgramRulesTest, OfALongStartScriptTheBeginningIsRead) {
