@@ -73,8 +73,13 @@ XmlPlacedText::State Read(TiXmlDocument& document, const char* workingText, TiXm
         return XmlPlacedText::State::WellFormed;
     }
     out.reason = document.ErrorDesc();
-    const std::string text = workingText;
-    const bool isUtf8 = encoding == TIXML_ENCODING_UTF8 || DetectEncoding(document, workingText) == TIXML_ENCODING_UTF8;
+    std::string text = workingText;
+    bool isUtf8 = encoding == TIXML_ENCODING_UTF8 || DetectEncoding(document, workingText) == TIXML_ENCODING_UTF8;
+    if (text.compare(0, 3, "\xEF\xBB\xBF") == 0) {
+        // The library takes the rest for UTF-8, and does not count the mark. Nor does an editor.
+        text.erase(0, 3);
+        isUtf8 = true;
+    }
     // The library gives no place, row 0, where the text ends between two tags; where it ends inside one, no ">" follows.
     const bool hasPlace = document.ErrorRow() > 0;
     const size_t offset =

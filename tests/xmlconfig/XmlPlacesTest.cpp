@@ -167,6 +167,27 @@ TEST(XmlPlacesTest, AColumnOfGb2312CountsTwoBytesOutsideAsciiAsACharacter) {
     EXPECT_EQ(At(ParseWithPlaces(Gb2312Declaration + wrong).place), "2:22");
     EXPECT_EQ(At(ParseWithPlaces(Declaration + "<Configure name='\xE7\xBD\x91\xE5\x85\xB3'></b></Configure>").place),
               "2:22");
+
+    // Without a declaration, too.
+    EXPECT_EQ(At(ParseWithPlaces(wrong).place), "1:22");
+}
+
+TEST(XmlPlacesTest, AByteOrderMarkIsNoColumnAndMakesTheRestUtf8) {
+    const std::string mark = "\xEF\xBB\xBF";
+    const std::string chinese = "<Configure name='\xE7\xBD\x91\xE5\x85\xB3'>";
+
+    const XmlPlacedText wrongTag = ParseWithPlaces(mark + chinese + "</b></Configure>");
+    EXPECT_EQ(At(wrongTag.place), "1:22");
+    EXPECT_FALSE(wrongTag.endsEarly);
+
+    const XmlPlacedText cut = ParseWithPlaces(mark + chinese + "\n" + chinese + "<b");
+    EXPECT_EQ(At(cut.place), "2:23");
+    EXPECT_TRUE(cut.endsEarly);
+    EXPECT_EQ(At(ParseWithPlaces(mark + chinese + "<b").place), "1:23");
+    EXPECT_TRUE(ParseWithPlaces(mark + chinese + "<b").endsEarly);
+
+    // Three other bytes are none.
+    EXPECT_EQ(At(ParseWithPlaces("\xFF\xFF\xFF\xFF\xFF\xFF\xFF").place), "1:4");
 }
 
 TEST(XmlPlacesTest, ATextThatNestsTooDeepOrTakesTooManyStepsIsNotParsed) {
