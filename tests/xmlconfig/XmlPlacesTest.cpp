@@ -143,8 +143,8 @@ TEST(XmlPlacesTest, TheDeclarationIsToldAndDecidesTheEncoding) {
 }
 
 TEST(XmlPlacesTest, WhereTheConversionCutsATextIsTheOffsetOfTheFirstByteThatDoesNotConvert) {
-    // The second character has a byte 0x80 in UTF-8.
-    const std::string start = Gb2312Declaration + "<Configure name='\xCD\xF8\xD2\xBB";
+    // The last character of one byte, and one with a byte 0x80 in UTF-8.
+    const std::string start = Gb2312Declaration + "<Configure name='\x7F\xCD\xF8\xD2\xBB";
 
     const XmlPlacedText text = ParseWithPlaces(start + "\xFF'/>");
 
