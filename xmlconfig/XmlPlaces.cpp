@@ -104,8 +104,7 @@ void ReadDeclaration(const TiXmlDocument& document, XmlPlacedText& out) {
 size_t Gb2312Length(const std::string& utf8) {
     size_t length = 0;
     for (const char c : utf8) {
-        const auto byte = static_cast<unsigned char>(c);
-        length += byte < 0x80 ? 1 : (byte >= 0xC0 ? 2 : 0);
+        length += static_cast<unsigned char>(c) < 0x80 ? 1 : (IsContinuation(c) ? 0 : 2);
     }
     return length;
 }
