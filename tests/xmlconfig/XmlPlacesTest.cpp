@@ -185,6 +185,9 @@ TEST(XmlPlacesTest, AByteOrderMarkIsNoColumnAndMakesTheRestUtf8) {
     EXPECT_TRUE(cut.endsEarly);
     EXPECT_EQ(At(ParseWithPlaces(mark + chinese + "<b").place), "1:23");
     EXPECT_TRUE(ParseWithPlaces(mark + chinese + "<b").endsEarly);
+    // The last ">" stands right before the error.
+    EXPECT_TRUE(ParseWithPlaces(mark + "<a></b").endsEarly);
+    EXPECT_EQ(At(ParseWithPlaces(mark + "\n<a></b>").place), "2:4");
 
     // Three other bytes are none.
     EXPECT_EQ(At(ParseWithPlaces("\xFF\xFF\xFF\xFF\xFF\xFF\xFF").place), "1:4");
