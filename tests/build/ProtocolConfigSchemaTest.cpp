@@ -81,6 +81,10 @@ TEST(ProtocolConfigSchemaTest, WhatItTakesIsReadAsItIsWritten) {
          Section("<ConfigItem ProtocolName='A' ProtocolId='a' ProtocolType='1' "
                  "ProtocolEnable='false'></ConfigItem>"),
          "A,a,1,off\n"},
+        {"a root with an empty name",
+         Declaration + ("<Configure name=''><Configure name='ProtocolConfig'>" + std::string(Modbus) +
+                        "</Configure></Configure>"),
+         ModbusRecord},
         {"comments",
          Root("<!-- a --><Configure name='ProtocolConfig'><!-- b -->" + std::string(Modbus) + "<!-- c --></Configure>"),
          ModbusRecord},
@@ -133,8 +137,6 @@ std::vector<RefusedCase> OddStructures() {
          "Element 'Config': No matching global declaration", Unread},
         {"a root without a name", Declaration + ("<Configure>" + section + "</Configure>"), Invalid,
          "The attribute 'name' is required but missing", Unread},
-        {"a root with an empty name", Declaration + ("<Configure name=''>" + section + "</Configure>"), Invalid,
-         "Element 'Configure', attribute 'name': [facet 'pattern']", ModbusRecord},
         {"another attribute of the root", Declaration + ("<Configure name='a' id='1'>" + section + "</Configure>"),
          Invalid, "The attribute 'id' is not allowed", ModbusRecord},
         {"no section", Root(""), Invalid, "Element 'Configure': Missing child element(s)", Unread},
@@ -207,7 +209,8 @@ std::vector<RefusedCase> OddAttributes() {
     const struct {
         const char* text;
         const char* readAs;
-    } numbers[] = {{"", "0"}, {"abc", "0"}, {"12abc", "12"}, {"1.5", "1"}, {"+1", "1"}, {"007", "7"}, {"-0", "0"}};
+    } numbers[] = {{"", "0"},   {"abc", "0"}, {"12abc", "12"}, {"1.5", "1"}, {"+1", "1"},   {"007", "7"},
+                   {"-0", "0"}, {" 1", "1"},  {"1 ", "1"},     {"- 1", "0"}, {"&#9;1", "1"}};
     for (const auto& number : numbers) {
         cases.push_back(
             {"an odd number", Entry("A", "a", number.text, "true"), Invalid,
@@ -253,14 +256,33 @@ TEST(ProtocolConfigSchemaTest, ItIsStricterThanTheLauncher) {
     }
 }
 
-// atoi promises nothing for it, so what the launcher makes of it is not asked.
-TEST(ProtocolConfigSchemaTest, ItRefusesANumberBeyond32Bits) {
+// atoi promises nothing for one that does not fit, so what the launcher makes of it is not asked.
+TEST(ProtocolConfigSchemaTest, ItTakesTheNumbersOf32BitsAndNoOthers) {
+    // The places where a digit's range depends on those before it.
+    const std::string taken[] = {"9",          "999999999",  "1000000000", "1999999999", "2099999999",
+                                 "2139999999", "2146999999", "2147399999", "2147479999", "2147482999",
+                                 "2147483599", "2147483639", "2147483640", "2147483647"};
+    const std::string refused[] = {"3000000000", "2200000000", "2150000000", "2148000000",  "2147500000", "2147490000",
+                                   "2147484000", "2147483700", "2147483650", "10000000000", "-2147483649"};
     const TemporaryDirectory dir;
+    const auto check = [&dir](const std::string& number, int status) {
+        const ChildResult result = Validate(dir.write("protocolconfig.xml", Entry("A", "a", number, "true")));
+        EXPECT_TRUE(result.exitedWith(status)) << number << ": " << result.output;
+        if (status == Invalid) {
+            EXPECT_NE(result.output.find("The value '" + number + "' is not accepted"), std::string::npos)
+                << result.output;
+        }
+    };
 
-    const ChildResult result = Validate(dir.write("protocolconfig.xml", Entry("A", "a", "2147483648", "true")));
-
-    EXPECT_TRUE(result.exitedWith(Invalid)) << result.output;
-    EXPECT_NE(result.output.find("'2147483648' is not a valid value"), std::string::npos) << result.output;
+    for (const std::string& number : taken) {
+        check(number, Valid);
+        check("-" + number, Valid);
+    }
+    check("-2147483648", Valid);
+    check("2147483648", Invalid);
+    for (const std::string& number : refused) {
+        check(number, Invalid);
+    }
 }
 
 TEST(ProtocolConfigSchemaTest, ItTakesAsManyEntriesAsTheLauncher) {
