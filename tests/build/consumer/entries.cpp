@@ -1,6 +1,8 @@
 #include "charset/CharSetConverter.h"
+#include "runtime/SafePointer.h"
 #include "xmlconfig/XmlConfigureDocument.h"
 #include "xmlconfig/XmlConfigureItem.h"
+#include "xmlconfig/XmlConfigureNode.h"
 
 #include <cstdio>
 #include <string>
