@@ -3,12 +3,16 @@
 #   cpack -G DEB   wyvern: the launcher and whatever else there is for running it; wyvern-dev: the component
 #                  "development". For a build with the preset "package".
 #   cpack -G TGZ   the component "device" under one folder of its own, nothing that would fall into place on a device by
-#                  being unpacked: a device has one kind of init, and the archive the files for three.
+#                  being unpacked: a device has one kind of init, and the archive the files for three. For a build
+#                  that has its libraries inside, all but the C library at least, as LICENSES and README say.
 
 install(PROGRAMS startup/S90wyvern startup/wyvern.openrc DESTINATION startup COMPONENT device EXCLUDE_FROM_ALL)
 install(FILES startup/README.md startup/wyvern.service DESTINATION startup COMPONENT device EXCLUDE_FROM_ALL)
 install(FILES LICENSE cmake/device/README cmake/device/LICENSES DESTINATION . COMPONENT device EXCLUDE_FROM_ALL)
 install(TARGETS Wyvern RUNTIME DESTINATION bin COMPONENT device EXCLUDE_FROM_ALL)
+# What the LGPL wants to go along with its libraries, from Debian's base-files; cpack stops where they are not.
+install(FILES /usr/share/common-licenses/LGPL-2 /usr/share/common-licenses/LGPL-2.1
+    DESTINATION licenses COMPONENT device EXCLUDE_FROM_ALL)
 
 set(CPACK_PACKAGE_NAME wyvern)
 set(CPACK_PACKAGE_VENDOR "Wyvern maintainers")
@@ -65,6 +69,10 @@ list(REMOVE_ITEM CPACK_WYVERN_COMPONENTS device Unspecified)
 # --- TGZ --------------------------------------------------------------------------------------------------------------
 
 set(CPACK_ARCHIVE_COMPONENT_INSTALL ON)
+set(CPACK_WYVERN_LIBRARIES_INSIDE OFF)
+if(NOT WYVERN_NEEDS_TINYXML AND NOT WYVERN_NEEDS_LIBICONV AND CMAKE_EXE_LINKER_FLAGS MATCHES "-static( |$|-libstdc)")
+    set(CPACK_WYVERN_LIBRARIES_INSIDE ON)
+endif()
 set(CPACK_WYVERN_MACHINE "${CMAKE_LIBRARY_ARCHITECTURE}")
 if(NOT CPACK_WYVERN_MACHINE)
     set(CPACK_WYVERN_MACHINE "${CMAKE_SYSTEM_PROCESSOR}")
