@@ -161,6 +161,8 @@ TEST(XmlPlacesTest, AColumnOfGb2312CountsTwoBytesOutsideAsciiAsACharacter) {
     EXPECT_EQ(At(PlaceOfOffset(text, 4, false)), "1:3");
     EXPECT_EQ(At(PlaceOfOffset(text, 5, false)), "1:4");
     EXPECT_EQ(At(PlaceOfOffset(text, 7, false)), "2:1");
+    EXPECT_EQ(At(PlaceOfOffset("\x80x", 1, false)), "1:1");
+    EXPECT_EQ(At(PlaceOfOffset("\x7Fx", 1, false)), "1:2");
 
     // Before the conversion, too.
     const std::string wrong = "<Configure name='\xCD\xF8\xB9\xD8'></b></Configure>";
