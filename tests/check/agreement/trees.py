@@ -171,7 +171,7 @@ class Tree:
 
     def damaged(self, data, count):
         for _ in range(count):
-            at = self.random.randrange(len(data))
+            at = self.random.randrange(len(data) or 1)
             how = self.one(["change", "insert", "remove", "markup"])
             end = at if how == "insert" else at + self.random.randint(1, 4 if how == "remove" else 1)
             new = {"remove": b"", "markup": self.one([b"<", b">", b"\"", b"&", b"/", b"</Configure>"])}.get(
