@@ -39,6 +39,13 @@ bool LookAtFile(const DeviceEntry& entry, ConfigurationReport& report) {
     case DeviceEntry::Kind::Directory:
         Refuse(report, State::NotAFile, "it is a directory");
         return false;
+    case DeviceEntry::Kind::Fifo:
+        Refuse(report, State::Waits, "it is a FIFO: the launcher waits there until something opens it for writing");
+        return false;
+    case DeviceEntry::Kind::Terminal:
+        Refuse(report, State::Unreadable,
+               "it is a device, and whether the launcher waits when it opens it is not known");
+        return false;
     case DeviceEntry::Kind::Other:
         Refuse(report, State::NotAFile, "it is not a regular file");
         return false;
@@ -164,6 +171,8 @@ const char* StateName(State state) noexcept {
         return "absent";
     case State::NotAFile:
         return "not-a-file";
+    case State::Waits:
+        return "waits";
     case State::Unreadable:
         return "unreadable";
     case State::Empty:

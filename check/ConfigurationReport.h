@@ -24,8 +24,9 @@ struct ConfigurationReport {
     enum class State : uint8_t {
         Usable,
         Absent,
-        NotAFile, ///< a directory, a FIFO, a link that leads nowhere
-        Unreadable,
+        NotAFile,   ///< a directory, a socket, a link that leads nowhere
+        Waits,      ///< a FIFO: the launcher waits for its other end, and the other copy is not tried
+        Unreadable, ///< for this program: this user may not, or opening it may wait
         Empty,
         TooLarge, ///< for this program: not looked at
         TooMuch,  ///< for this program: the parser would be busy for longer than a second or so
@@ -61,6 +62,9 @@ struct ConfigurationReport {
     std::vector<ProtocolTypeInfo> records;           ///< what the launcher reads; record i is the child firstEntry + i
 
     bool isUsable() const noexcept { return state == State::Usable; }
+
+    /// @return whether the launcher gets no further than this file, and uses neither copy.
+    bool isLastTried() const noexcept { return state == State::TooManyEntries || state == State::Waits; }
 
     /// @return whether this program could not find out if the launcher would use the file.
     bool isUnknown() const noexcept {

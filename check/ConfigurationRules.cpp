@@ -128,9 +128,13 @@ public:
         case State::Absent:
             add({}, "configuration-absent", report.reason);
             break;
+        case State::Unreadable:
         case State::TooLarge:
         case State::TooMuch:
             add({}, "not-looked-at", report.reason);
+            break;
+        case State::Waits:
+            add({}, "configuration-waits", report.reason);
             break;
         case State::TooDeep:
             add({}, "nesting-depth", report.reason);

@@ -58,14 +58,14 @@ void ReadConfigurations(const CheckRequest& request, const DeviceRoot& device, C
         }
         ConfigurationReport& report = out.configurations[next++];
         report.inForce = report.isUsable();
-        return report.inForce || report.isUnknown() || report.state == State::TooManyEntries;
+        return report.inForce || report.isUnknown() || report.isLastTried();
     }));
     for (const ConfigurationReport& report : out.configurations) {
         CheckConfiguration(report, out.findings);
     }
     const ConfigurationReport& last = out.configurations[next - 1];
-    if (request.root.empty() || last.inForce || last.state == State::TooManyEntries) {
-        return; // of a configuration alone, or of one that ends the launcher, its own finding says all
+    if (request.root.empty() || last.inForce || last.isLastTried()) {
+        return; // of a configuration alone, or of one that ends or stops the launcher, its own finding says all
     }
     if (last.isUnknown()) {
         out.findings.add(last.path, {}, "not-looked-at",

@@ -5,6 +5,7 @@
 #include <linux/magic.h>
 #include <sys/stat.h>
 #include <sys/statfs.h>
+#include <sys/sysmacros.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -66,10 +67,17 @@ DeviceEntry::Kind KindOfError(int error, bool isLink) {
     return DeviceEntry::Kind::Unreachable;
 }
 
+// The memory devices, such as /dev/null, which open at once; an overlay's mark for a removed file, which does not open.
+bool NeverWaits(dev_t device) {
+    return major(device) <= 1;
+}
+
 void Describe(const struct stat& status, DeviceEntry& entry) {
-    entry.kind = S_ISREG(status.st_mode)   ? DeviceEntry::Kind::File
-                 : S_ISDIR(status.st_mode) ? DeviceEntry::Kind::Directory
-                                           : DeviceEntry::Kind::Other;
+    entry.kind = S_ISREG(status.st_mode)                                  ? DeviceEntry::Kind::File
+                 : S_ISDIR(status.st_mode)                                ? DeviceEntry::Kind::Directory
+                 : S_ISFIFO(status.st_mode)                               ? DeviceEntry::Kind::Fifo
+                 : S_ISCHR(status.st_mode) && !NeverWaits(status.st_rdev) ? DeviceEntry::Kind::Terminal
+                                                                          : DeviceEntry::Kind::Other;
     entry.mode = status.st_mode & 07777U;
     entry.size = static_cast<uint64_t>(status.st_size);
     entry.device = status.st_dev;

@@ -16,7 +16,9 @@ struct DeviceEntry {
         Unreachable,  ///< this user may not look, or reading failed
         File,
         Directory,
-        Other, ///< a FIFO, a socket, a device
+        Fifo,
+        Terminal, ///< a character device whose opening may wait, as that of a serial line does
+        Other,    ///< a socket, another device
     };
 
     Kind kind = Kind::Missing;

@@ -74,6 +74,8 @@ void ProgramRules::check(const std::string& path) {
         add(path, "link-loop", "this link leads to itself, or over too many others");
         return;
     case DeviceEntry::Kind::Directory:
+    case DeviceEntry::Kind::Fifo:
+    case DeviceEntry::Kind::Terminal:
     case DeviceEntry::Kind::Other:
         add(path, "not-a-program", "this is no regular file and cannot be run");
         return;

@@ -39,8 +39,12 @@ const char* NotInForce(const CheckReport& report) {
     if (report.inForce() != nullptr) {
         return "not in force, the other copy is";
     }
-    return report.configurations.front().isUnknown() ? "usable, but not known to be in force"
-                                                     : "not reached: the launcher ends at the working copy";
+    const ConfigurationReport& first = report.configurations.front();
+    if (first.isUnknown()) {
+        return "usable, but not known to be in force";
+    }
+    return first.state == ConfigurationReport::State::Waits ? "not reached: the launcher waits at the working copy"
+                                                            : "not reached: the launcher ends at the working copy";
 }
 
 std::string Entries(size_t count) {

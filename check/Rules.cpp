@@ -14,10 +14,13 @@ constexpr Rule Table[] = {
      "One of the two copies of protocolconfig.xml is not there. Without the working copy the launcher prints a line at "
      "each start and reads the factory copy; without the factory copy nothing stands in for a damaged working copy."},
     {"configuration-unusable", Severity::Error,
-     "The file is there and the launcher does not use it: it cannot be read, is empty, ends too early, is not "
+     "The file is there and the launcher does not use it: it is no regular file, is empty, ends too early, is not "
      "well-formed, or lacks the root element, the section or the entries that it must have. The launcher then goes on "
      "to the factory copy. Also reported when this program explains a file otherwise than the launcher's parser reads "
      "it."},
+    {"configuration-waits", Severity::Error,
+     "A FIFO stands in the place of the file. The launcher waits until something opens it for writing, and runs "
+     "nothing until then; after such a working copy the factory copy is not reached."},
     {"search-ended", Severity::Error,
      "The protocol section is looked for among the children of the root element, from the first \"Configure\" on. An "
      "element without an attribute \"name\" ends the search, even when the section follows. Give it a name, or move it "
@@ -204,7 +207,8 @@ constexpr Rule Table[] = {
      "The tree has neither /bin nor /usr/bin, so it is taken for a part that is laid over a system. What that system "
      "brings along (interpreters, libraries, killall) is not looked for."},
     {"not-looked-at", Severity::Warning,
-     "Something is larger or more than this program looks at, or cannot be read by this user: nothing is known of it."},
+     "Something is larger or more than this program looks at, is a device that it does not open, or cannot be read by "
+     "this user: nothing is known of it. The launcher runs as root, and may read it."},
     {"findings-cut", Severity::Warning, "There are more findings of one rule than are listed. Correct these first."},
 };
 

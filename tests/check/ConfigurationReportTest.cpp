@@ -68,11 +68,20 @@ TEST(ConfigurationReportTest, WhatIsNoFileIsToldApart) {
 
     image.remove(Path);
     ASSERT_EQ(mkfifo(image.onHost(Path).c_str(), 0644), 0);
-    EXPECT_EQ(Read(image).reason, "it is not a regular file");
-    EXPECT_EQ(Read(image).state, State::NotAFile);
+    EXPECT_EQ(Read(image).state, State::Waits);
 
     image.write(Path, "");
     EXPECT_EQ(Read(image).state, State::Empty);
+}
+
+// A terminal may wait for its line; which devices wait, only those who open them find out.
+TEST(ConfigurationReportTest, OfDevicesOnlyThoseThatOpenAtOnceAreKnownToBeRefused) {
+    const auto read = [](const char* path) { return ReadConfiguration(DeviceRoot("/"), path, "configuration"); };
+
+    EXPECT_EQ(read("/dev/null").state, State::NotAFile);
+    EXPECT_EQ(read("/dev/null").reason, "it is not a regular file");
+    EXPECT_EQ(read("/dev/tty").state, State::Unreadable);
+    EXPECT_EQ(read("/dev/tty").reason, "it is a device, and whether the launcher waits when it opens it is not known");
 }
 
 TEST(ConfigurationReportTest, AFileThatThisUserMayNotReadIsUnreadable) {
@@ -190,6 +199,29 @@ TEST(ConfigurationReportTest, BehindAWorkingCopyThatEndsTheLauncherNothingIsInFo
               std::string::npos);
 }
 
+TEST(ConfigurationReportTest, AtAFifoTheLauncherWaitsSoThatNothingIsInForceAndNothingPlanned) {
+    const DeviceImage image;
+    const auto makeFifo = [&image](const char* path) {
+        image.remove(path);
+        ASSERT_EQ(mkfifo(image.onHost(path).c_str(), 0644), 0);
+    };
+    makeFifo(DeviceImage::Factory);
+    EXPECT_EQ(image.check().inForce()->role, "working copy");
+    image.remove(DeviceImage::Working);
+    EXPECT_FALSE(HasRule(image.check(), "no-configuration")) << "the launcher does not print its lines";
+
+    image.rename(DeviceImage::Factory, DeviceImage::Working);
+    image.write(DeviceImage::Factory, ConfigurationText(Entries));
+    const CheckReport report = image.check("start");
+
+    EXPECT_EQ(report.inForce(), nullptr);
+    EXPECT_TRUE(report.plan.empty());
+    EXPECT_EQ(report.exitStatus(), 2);
+    EXPECT_EQ(StateName(report.configurations[0].state), std::string("waits"));
+    EXPECT_NE(ReportAsText(report, {}).find("not reached: the launcher waits at the working copy; 2 entries\n"),
+              std::string::npos);
+}
+
 TEST(ConfigurationReportTest, BehindAWorkingCopyOfWhichNothingIsKnownNothingIsInForceAndNothingPlanned) {
     const DeviceImage image;
     image.write(DeviceImage::Working, "x");
@@ -227,4 +259,7 @@ TEST(ConfigurationReportTest, AWorkingCopyThatThisUserMayNotReadIsNotTakenForOne
     });
 
     EXPECT_EQ(inForce, "none");
+    const std::string text = TextForAnyone([&image] { return FindingsText(image.check()); });
+    EXPECT_NE(text.find("warning: not-looked-at: it cannot be read here"), std::string::npos) << text;
+    EXPECT_EQ(text.find("error"), std::string::npos) << "the launcher, which is root, may well use it";
 }

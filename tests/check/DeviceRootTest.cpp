@@ -151,7 +151,7 @@ TEST_F(DeviceRootTest, WhatIsNotThereIsToldApart) {
     EXPECT_EQ(root.look("/to-directory").kind, Kind::Directory);
     EXPECT_EQ(root.look("/").kind, Kind::Directory);
     EXPECT_EQ(root.look("/").path, "/");
-    EXPECT_EQ(root.look("/fifo").kind, Kind::Other);
+    EXPECT_EQ(root.look("/fifo").kind, Kind::Fifo);
     std::string text;
     EXPECT_FALSE(root.read("/fifo", 1, text));
     EXPECT_FALSE(root.read("/etc", 1, text));

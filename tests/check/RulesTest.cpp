@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 #include <filesystem>
 #include <ostream>
 #include <set>
@@ -69,6 +71,15 @@ const std::vector<RuleCase> Cases = {
     {"configuration-unusable",
      [](const Image& image) { image.write(Image::Working, Replaced(ConfigurationText(TwoEntries), "</", "<")); },
      [](const Image& image) { image.remove(Image::Working); }, "not-well-formed"},
+    {"configuration-waits",
+     [](const Image& image) {
+         image.remove(Image::Working);
+         ASSERT_EQ(mkfifo(image.onHost(Image::Working).c_str(), 0644), 0);
+     },
+     [](const Image& image) {
+         image.remove(Image::Working);
+         std::filesystem::create_directory(image.onHost(Image::Working));
+     }},
     {"search-ended",
      [](const Image& image) {
          image.configure(

@@ -7,6 +7,7 @@ COPIES = {b"working copy": b"/mnt/mtd/code/config_file/protocolconfig.xml",
           b"factory copy": b"/mnt/mtd/code/factory_setting/protocolconfig.xml"}
 START = b"start"
 ABORTED = -6  # what a process that ended by signal 6 returns
+WAITING = "waiting"  # instead of a status: it did not end
 ROOM = 63     # bytes of a command that the launcher has room for
 UNKNOWN = (b"not-looked-at", b"unreadable")
 
@@ -72,6 +73,9 @@ class Promise:
                 break
             if row[3] in UNKNOWN:
                 self.is_unknown = True
+                break
+            if row[3] == b"waits":
+                self.status = WAITING
                 break
             if row[3] == b"too-many-entries":
                 self.status = ABORTED

@@ -107,6 +107,9 @@ class Tree:
         elif self.chance(0.12):
             kind = self.one(["link", "absolute link", "linked directory"])
         rare = self.random.random()
+        if 0.51 < rare < 0.522:
+            self.tags.add("a FIFO for a configuration")
+            kind = "fifo"
         text = self.configuration(kind, rare)
         if 0.5 < rare < 0.504:
             self.tags.add("larger than is looked at")
@@ -124,8 +127,8 @@ class Tree:
                 self.add(path, "link", "protocolconfig.xml")
             elif kind == "dangling link":
                 self.add(path, "link", self.one(["/nowhere", "nowhere", ""]) or "/mnt/mtd/nowhere/at/all")
-        elif kind == "directory":
-            self.add(path, "directory")
+        elif kind in ("directory", "fifo"):
+            self.add(path, kind)
         elif kind in ("link", "absolute link"):
             self.add(f"mnt/mtd/code/kept-{role}.xml", "file", text)
             self.add(path, "link", ("../" if kind == "link" else "/mnt/mtd/code/") + f"kept-{role}.xml")
