@@ -31,7 +31,7 @@ bool LookAtFile(const DeviceEntry& entry, ConfigurationReport& report) {
         Refuse(report, State::NotAFile, "it is a link that leads to nothing");
         return false;
     case DeviceEntry::Kind::LinkLoop:
-        Refuse(report, State::NotAFile, "it is a link that leads to itself");
+        Refuse(report, State::NotAFile, "a link on the way to it leads to itself, or over too many others");
         return false;
     case DeviceEntry::Kind::Unreachable:
         Refuse(report, State::Unreadable, "it cannot be read here");

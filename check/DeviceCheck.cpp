@@ -37,6 +37,20 @@ std::string RealPath(const std::string& directory) {
     return error ? directory : real.string();
 }
 
+// Why the file that was given is none to be checked; empty for one that is.
+std::string ProblemOf(const std::string& configuration) {
+    switch (DeviceRoot("/").look(AbsolutePath(configuration)).kind) {
+    case DeviceEntry::Kind::Missing:
+        return ": there is no such file";
+    case DeviceEntry::Kind::File:
+    case DeviceEntry::Kind::Unreachable: // a finding says so
+        return {};
+    default:
+        break;
+    }
+    return ": must be a regular file";
+}
+
 // All copies are read, the one in force and what would be read in its place.
 void ReadConfigurations(const CheckRequest& request, const DeviceRoot& device, CheckReport& out) {
     const DeviceRoot machine("/");
@@ -188,11 +202,12 @@ bool CheckDevice(const CheckRequest& request, CheckReport& out) {
         out.problem = request.root + ": cannot be opened as a directory";
         return false;
     }
-    ReadConfigurations(request, device, out);
-    if (!request.configuration.empty() && out.configurations[0].state == State::Absent) {
-        out.problem = request.configuration + ": there is no such file";
+    const std::string problem = request.configuration.empty() ? std::string() : ProblemOf(request.configuration);
+    if (!problem.empty()) {
+        out.problem = request.configuration + problem;
         return false;
     }
+    ReadConfigurations(request, device, out);
     if (!request.root.empty()) {
         CheckImage(device, request.planMode, request.maxEntries, out);
     }

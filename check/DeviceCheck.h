@@ -18,7 +18,7 @@ struct CheckRequest {
 /// Checks a device's tree, or a configuration file alone. Runs nothing and writes nothing.
 ///
 /// @param request with a root that can be opened, or a configuration.
-/// @return false when the root cannot be opened or there is no such configuration; `out` has only the
+/// @return false when the root cannot be opened, or the configuration is not there or no regular file; `out` has only the
 ///         problem then.
 /// Throws only std::bad_alloc. Threads: one.
 bool CheckDevice(const CheckRequest& request, CheckReport& out);

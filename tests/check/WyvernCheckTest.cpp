@@ -97,6 +97,8 @@ TEST(WyvernCheckTest, WarningsEndWith1ErrorsWith2AndStrictMakesWarningsErrors) {
 
 TEST(WyvernCheckTest, WrongUsageEndsWith64AndPrintsNothingOnStandardOutput) {
     const DeviceImage image;
+    image.link("/dangling", "nowhere");
+    image.link("/loop", "loop");
     for (const std::vector<std::string>& arguments :
          std::vector<std::vector<std::string>>{{"--root"},
                                                {"--root", image.onHost("/nowhere")},
@@ -112,12 +114,29 @@ TEST(WyvernCheckTest, WrongUsageEndsWith64AndPrintsNothingOnStandardOutput) {
                                                {"--root", image.root(), ""},
                                                {"--explain", ""},
                                                {image.onHost("/nowhere")},
+                                               {image.onHost("/bin")},
+                                               {"--root", image.root(), image.onHost("/dangling")},
+                                               {image.onHost("/loop")},
                                                {"--root", image.root(), image.onHost("/nowhere")}}) {
         const ChildResult result = RunCheck(arguments);
 
         EXPECT_TRUE(result.exitedWith(64)) << arguments[0];
         EXPECT_EQ(result.output, "");
     }
+}
+
+// Its link leads to "pipe:[NUMBER]", which is no path: the text would count as missing, and the other copy as in force.
+TEST(WyvernCheckTest, APipeIsNotTakenForAConfiguration) {
+    const ChildResult result = RunInChild([] {
+        int pipeEnds[2];
+        static_cast<void>(pipe(pipeEnds));
+        static_cast<void>(dup2(pipeEnds[0], STDIN_FILENO));
+        static_cast<void>(dup2(STDOUT_FILENO, STDERR_FILENO));
+        static_cast<void>(execl(WYVERN_CHECK_BINARY, "wyvern-check", "/dev/stdin", nullptr));
+    });
+
+    EXPECT_TRUE(result.exitedWith(64));
+    EXPECT_EQ(result.output, "wyvern-check: /dev/stdin: must be a regular file\n");
 }
 
 TEST(WyvernCheckTest, HelpVersionAndExplanationsGoToStandardOutputWithStatus0) {
