@@ -100,7 +100,7 @@ void ProgramRules::check(const std::string& path) {
         add(path, "not-looked-at", "it cannot be read here, so nothing is known of its content");
         return;
     }
-    checkScript(path, ReadInterpreterLine(head), 0);
+    checkScript(path, path, ReadInterpreterLine(head), 0);
     checkElf(path, entry.path);
 }
 
@@ -119,7 +119,10 @@ bool ProgramRules::canRun(const std::string& path, const char* rule, const std::
     return false;
 }
 
-void ProgramRules::checkScript(const std::string& path, const InterpreterLine& line, int depth) {
+// A script, and what runs it: a script itself, at times.
+// @param program by which the launcher or its shell comes to this script; `before`: the scripts in between.
+void ProgramRules::checkScript(const std::string& program, const std::string& path, const InterpreterLine& line,
+                               int before) {
     if (line.hasByteOrderMark) {
         add(path, "interpreter-byte-order-mark",
             "a byte-order mark stands before \"#!\": the kernel takes it for no script");
@@ -129,6 +132,12 @@ void ProgramRules::checkScript(const std::string& path, const InterpreterLine& l
         add(path, "interpreter-crlf", "the interpreter line ends in CR LF, and the CR counts as part of its last word");
     }
     if (!line.isPresent) {
+        return;
+    }
+    if (before == MaxScripts) {
+        add(program, "interpreter-chain",
+            "its interpreter is a script, and so on: the kernel runs " + std::to_string(MaxScripts) +
+                " scripts one by the other, and this leads over more");
         return;
     }
     if (line.isPathCut) {
@@ -147,14 +156,19 @@ void ProgramRules::checkScript(const std::string& path, const InterpreterLine& l
         return;
     }
     const std::string interpreter = line.interpreter.substr(0, line.interpreter.find('\r'));
-    // Where the launcher is started, and so where a path without a slash in front begins, is not known.
-    const DeviceEntry entry = interpreter.compare(0, 1, "/") == 0 ? root.look(interpreter) : DeviceEntry();
+    if (!interpreter.empty() && interpreter.front() != '/') {
+        add(path, "interpreter-relative",
+            "the interpreter \"" + interpreter +
+                "\" is looked for in the launcher's working directory, which is not known");
+        return;
+    }
+    const DeviceEntry entry = root.look(interpreter);
     if (!canRun(path, "interpreter-missing", "the interpreter \"" + interpreter + "\"", entry)) {
         return;
     }
     std::string head;
-    if (depth + 1 < MaxInterpreters && root.read(entry.path, InterpreterLine::KernelBuffer + 1, head)) {
-        checkScript(interpreter, ReadInterpreterLine(head), depth + 1);
+    if (root.read(entry.path, InterpreterLine::KernelBuffer + 1, head)) {
+        checkScript(program, interpreter, ReadInterpreterLine(head), before + 1);
         checkElf(interpreter, entry.path);
     }
     if (line.goesThroughEnv()) {

@@ -17,8 +17,9 @@
 /// Threads: one at a time per object.
 class ProgramRules {
 public:
-    /// Tries the kernel makes before it gives up on an interpreter that is a script itself.
-    static constexpr int MaxInterpreters = 4;
+    /// Scripts of which each is the interpreter of the one before that the kernel runs. Tried with Linux 6.18; execve(2)
+    /// grants "four recursions" since 2.6.28.
+    static constexpr int MaxScripts = 5;
 
     ProgramRules(const DeviceRoot& deviceRoot, FindingList& findingList);
 
@@ -38,7 +39,7 @@ public:
     std::string findInPath(const std::string& name) const;
 
 private:
-    void checkScript(const std::string& path, const InterpreterLine& line, int depth);
+    void checkScript(const std::string& program, const std::string& path, const InterpreterLine& line, int before);
     void checkEnv(const std::string& path, const InterpreterLine& line, const DeviceEntry& env);
     void checkElf(const std::string& path, const std::string& realPath);
     void checkKind(const std::string& path, const ElfFile& file);

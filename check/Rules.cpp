@@ -132,6 +132,14 @@ constexpr Rule Table[] = {
      "kernel reads. The shell says \"not found\" of the script, although that is there. The same goes for what env is "
      "to run: the kernel gives it all that follows as one argument, so \"#!/usr/bin/env sh -e\" looks for a program "
      "\"sh -e\". The option -S splits it; the env of BusyBox has no such option."},
+    {"interpreter-chain", Severity::Error,
+     "The interpreter is a script, whose interpreter is a script, and so on. The kernel runs five scripts one by the "
+     "other (tried with Linux 6.18) and gives up with \"Too many levels of symbolic links\" when there are more, as "
+     "when "
+     "a script is its own interpreter."},
+    {"interpreter-relative", Severity::Warning,
+     "The path of the interpreter does not begin with a \"/\". The kernel looks for it in the working directory of the "
+     "shell, which is the one that the launcher was started in. Write the whole path."},
     {"interpreter-line-long", Severity::Warning,
      "The interpreter line has more than 127 bytes. Kernels before Linux 5.1 cut it there, within the interpreter's "
      "path or within its argument; later ones do so at 255. Shorten it."},

@@ -3,12 +3,15 @@
 #include "tests/check/DeviceImage.h"
 #include "tests/check/ElfImage.h"
 #include "tests/check/TextForAnyone.h"
+#include "tests/support/ChildProcess.h"
+#include "tests/support/TemporaryDirectory.h"
 
 #include <gtest/gtest.h>
 
 #include <sys/stat.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdint>
 #include <filesystem>
 #include <string>
@@ -32,7 +35,6 @@ TEST(ProgramRulesTest, AnInterpreterIsMissedForEveryReasonThatTheKernelHas) {
     image.link("/opt/env", "/bin/busybox");
     for (const auto& each : std::vector<std::pair<std::string, std::string>>{
              {"#!/opt/plain\n", "is not executable"},
-             {"#!bin/sh\n", "is not in the image"},
              {"#!/opt\n", "is not in the image"},
              {"#!\r\n", "the interpreter \"\" is not in the image"},
              {"#!/usr/bin/env\n", "env gets \"\" as one argument and runs nothing"},
@@ -48,15 +50,52 @@ TEST(ProgramRulesTest, AnInterpreterIsMissedForEveryReasonThatTheKernelHas) {
     }
 }
 
-TEST(ProgramRulesTest, AnInterpreterThatIsAScriptIsFollowedAFewTimes) {
+TEST(ProgramRulesTest, InterpretersThatAreScriptsAreFollowedAsFarAsByTheKernel) {
     const DeviceImage image;
-    image.write("/opt/one", "#!/opt/two\n");
-    image.write("/opt/two", "#!/nowhere\n");
-    image.write(Program, "#!/opt/one\n");
-    ExpectRule(image, "interpreter-missing", "/opt/two:1:1: error: interpreter-missing");
+    image.write(Program, "#!/opt/2\n");
+    image.write("/opt/2", "#!/opt/3\n");
+    image.write("/opt/3", "#!/opt/4\n");
+    image.write("/opt/4", "#!/opt/5\n");
+    image.write("/opt/5", "#!/nowhere\n");
+    ExpectRule(image, "interpreter-missing", "/opt/5:1:1: error: interpreter-missing");
+    EXPECT_FALSE(HasRule(image.check(), "interpreter-chain"));
 
-    image.write("/opt/two", "#!/opt/one\n");
+    image.write("/opt/5", "#!/opt/6\n");
+    image.write("/opt/6", "#!/bin/sh\n");
+    ExpectRule(image, "interpreter-chain", "Modbus_loadservice:1:1: error: interpreter-chain");
     EXPECT_FALSE(HasRule(image.check(), "interpreter-missing"));
+
+    image.write("/opt/2", "#!/opt/2\n");
+    ExpectRule(image, "interpreter-chain", "Modbus_loadservice:1:1: error: interpreter-chain");
+}
+
+// Each script runs the next by its interpreter line, and the last is run by echo.
+TEST(ProgramRulesTest, TheKernelRunsAsManyScriptsOneByTheOtherAsItIsTakenTo) {
+    const TemporaryDirectory directory;
+    const auto statusOf = [&directory](int scripts) {
+        std::string interpreter = "/bin/echo";
+        for (int i = 0; i < scripts; ++i) {
+            const std::string path = directory.write(std::to_string(i), "#!" + interpreter + "\n");
+            static_cast<void>(chmod(path.c_str(), 0755));
+            interpreter = path;
+        }
+        return RunInChild([&interpreter] {
+                   static_cast<void>(execl(interpreter.c_str(), interpreter.c_str(), nullptr));
+                   _exit(errno);
+               })
+            .status;
+    };
+
+    EXPECT_EQ(WEXITSTATUS(statusOf(ProgramRules::MaxScripts)), 0);
+    EXPECT_EQ(WEXITSTATUS(statusOf(ProgramRules::MaxScripts + 1)), ELOOP);
+}
+
+TEST(ProgramRulesTest, WhereARelativeInterpreterBeginsIsNotKnown) {
+    const DeviceImage image;
+    image.write(Program, "#!bin/sh\n");
+
+    ExpectRule(image, "interpreter-relative", "\"bin/sh\" is looked for in the launcher's working directory");
+    EXPECT_EQ(image.check().exitStatus(), 1) << FindingsText(image.check());
 }
 
 TEST(ProgramRulesTest, InterpretersThatAreThereAndThoseOfWhichNothingIsKnownAreNotMissed) {

@@ -261,6 +261,13 @@ const std::vector<RuleCase> Cases = {
      [](const Image& image) { image.write(Program, "#!/usr/bin/env -S A=b sh\n"); }, "python3"},
     {"interpreter-missing", [](const Image& image) { image.write(Program, "#!/usr/bin/env sh -e\n"); },
      [](const Image& image) { image.write(Program, "#!/usr/bin/env -S -u FOO sh -e\n"); }, "\"sh -e\""},
+    {"interpreter-chain", [](const Image& image) { image.write(Program, "#!/factory_setting/Modbus_loadservice\n"); },
+     [](const Image& image) {
+         image.write("/opt/sh", "#!/bin/sh\n");
+         image.write(Program, "#!/opt/sh\n");
+     }},
+    {"interpreter-relative", [](const Image& image) { image.write(Program, "#!sh\n"); },
+     [](const Image& image) { image.write(Program, "#! /bin/sh\n"); }, "\"sh\""},
     {"interpreter-line-long",
      [](const Image& image) { image.write(Program, "#!/bin/sh -" + std::string(117, 'e') + "\n"); },
      [](const Image& image) { image.write(Program, "#!/bin/sh -e" + std::string(300, ' ') + "\n"); }},
