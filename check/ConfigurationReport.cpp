@@ -71,8 +71,8 @@ bool LookAtText(ConfigurationReport& report) {
     switch (text.state) {
     case XmlPlacedText::State::TooMuch:
         Refuse(report, State::TooMuch,
-               "parsing it takes more than " + std::to_string(MaxParseSteps) +
-                   " steps, which is longer than a second or so; it was not looked at");
+               "it has too many elements or attributes, or parsing it would take too long: more than " +
+                   std::to_string(MaxParseSteps) + " steps; it was not looked at");
         return false;
     case XmlPlacedText::State::TooDeep:
         Refuse(report, State::TooDeep, "its elements nest deeper than " + std::to_string(MaxElementDepth));

@@ -29,7 +29,7 @@ struct ConfigurationReport {
         Unreadable, ///< for this program: this user may not, or opening it may wait
         Empty,
         TooLarge, ///< for this program: not looked at
-        TooMuch,  ///< for this program: the parser would be busy for longer than a second or so
+        TooMuch,  ///< for this program: parsing takes more than a second or so, or much memory
         Cut,      ///< the text ends where it may not
         NotWellFormed,
         TooDeep,

@@ -9,14 +9,15 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <new>
 #include <string>
 
 namespace {
 
 // sysexits.h has this number for wrong usage.
 constexpr int WrongUsage = 64;
-// As for errors that were found.
-constexpr int NotPrinted = 2;
+// As for errors that were found: what was not checked, or not printed, must not pass for clean.
+constexpr int NotDone = 2;
 
 // https://no-color.org: any value but an empty one.
 bool WantsColour() {
@@ -37,10 +38,9 @@ std::string Print(const CheckReport& report, const CommandLine& line) {
     return ReportAsText(report, style);
 }
 
-// What could not be printed must not pass for clean.
 int PrintAndEnd(const std::string& text, int status) {
     const bool isPrinted = std::fwrite(text.data(), 1, text.size(), stdout) == text.size() && std::fflush(stdout) == 0;
-    return isPrinted ? status : NotPrinted;
+    return isPrinted ? status : NotDone;
 }
 
 int Refuse(const std::string& text) {
@@ -48,9 +48,7 @@ int Refuse(const std::string& text) {
     return WrongUsage;
 }
 
-} // namespace
-
-int main(int argc, char** argv) {
+int Run(int argc, const char* const* argv) {
     const CommandLine line = ReadCommandLine(argc, argv);
     if (line.action == CommandLine::Action::Refuse) {
         return Refuse(line.text);
@@ -63,4 +61,15 @@ int main(int argc, char** argv) {
         return Refuse("wyvern-check: " + report.problem + "\n");
     }
     return PrintAndEnd(Print(report, line), report.exitStatus());
+}
+
+} // namespace
+
+int main(int argc, char** argv) {
+    try {
+        return Run(argc, argv);
+    } catch (const std::bad_alloc&) {
+        static_cast<void>(std::fputs("wyvern-check: there is not enough memory\n", stderr));
+    }
+    return NotDone;
 }

@@ -25,7 +25,7 @@ public:
     // Returns the start of the first element beyond `limit`, or null when there is none.
     const char* findBeyond(size_t limit) {
         for (next = skipWhiteSpace(next); *next != '\0'; next = skipWhiteSpace(next)) {
-            steps += 1 + depth;
+            steps += StepsForMemory + depth;
             if (*next != '<') {
                 // Text between elements; on the top level it ends the parse.
                 next = depth == 0 ? nullptr : skipText(next);
@@ -47,7 +47,8 @@ public:
         return nullptr;
     }
 
-    // What the parser did for the nodes walked over: the way up to the root for each, the attributes in front for each.
+    // What the parser did for the nodes walked over: the way up to the root for each, the attributes in front for each, and
+    // their memory.
     size_t parserSteps() const { return steps; }
 
 private:
@@ -167,7 +168,7 @@ private:
     const char* skipStartTag(const char* p) {
         p = skipName(skipWhiteSpace(p + 1));
         for (size_t attributes = 0; p != nullptr; ++attributes) {
-            steps += attributes;
+            steps += StepsForMemory + attributes;
             p = skipWhiteSpace(p);
             if (*p == '>') {
                 ++depth;

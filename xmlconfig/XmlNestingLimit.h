@@ -25,12 +25,16 @@ inline constexpr size_t SpareBytes = 4;
 bool NestsTooDeep(const char* text, int encoding);
 
 /// Steps that a text may take for whoever must not be kept busy by it: about a second. Twenty thousand entries of an
-/// ordinary form take some hundred thousand.
+/// ordinary form take a quarter of them.
 inline constexpr size_t MaxParseSteps = size_t{1} << 27U;
+
+/// Steps that stand for the memory of an attribute, of a text or a comment, and of either half of an element: some hundred
+/// bytes each, of which there are no more than half a million then.
+inline constexpr size_t StepsForMemory = 256;
 
 /// Tells, without parsing, how many steps of a few nanoseconds TinyXML has to take for a text. For each node it walks up to
 /// the root, and for each attribute over those of its element that came before: either can be made to grow with the square
-/// of the text.
+/// of the text. `StepsForMemory` are added for each tag, text, comment and attribute, and for the end of a tag.
 /// @param text and encoding as for `NestsTooDeep`.
 /// @return what the parser does up to its first error, or up to the element that nests too deep.
 /// Throws only std::bad_alloc. Any thread.

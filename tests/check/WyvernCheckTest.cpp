@@ -5,6 +5,7 @@
 #include <gtest/gtest.h>
 
 #include <fcntl.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -181,6 +182,23 @@ TEST(WyvernCheckTest, OutputThatCannotBePrintedDoesNotPassForClean) {
         EXPECT_TRUE(result.exitedWith(2)) << what;
     }
 }
+
+#ifdef WYVERN_PLAIN_BINARY
+// A sanitizer's own memory is of another size.
+TEST(WyvernCheckTest, WithoutMemoryItSaysSoAndDoesNotPassForClean) {
+    const TemporaryDirectory directory;
+    const std::string file = directory.write("a.xml", std::string(ConfigurationReport::MaxSize, ' '));
+    const ChildResult result = RunInChild([&file] {
+        const rlimit limit = {rlim_t{32} << 20U, rlim_t{32} << 20U};
+        static_cast<void>(setrlimit(RLIMIT_AS, &limit));
+        static_cast<void>(dup2(STDOUT_FILENO, STDERR_FILENO));
+        static_cast<void>(execl(WYVERN_CHECK_BINARY, "wyvern-check", file.c_str(), nullptr));
+    });
+
+    EXPECT_TRUE(result.exitedWith(2)) << result.status;
+    EXPECT_EQ(result.output, "wyvern-check: there is not enough memory\n");
+}
+#endif
 
 TEST(WyvernCheckTest, WithoutArgumentsThisMachineIsTheDevice) {
     const ChildResult result = RunCheck({});

@@ -480,21 +480,23 @@ TEST(XmlNestingLimitTest, DepthIsSeenBehindACharacterOfEveryLength) {
     }
 }
 
-// For each tag and text the way up to the root and itself, for each attribute those of its element before it, and as much
-// again for the end of the tag.
+// For each tag and text its memory and the way up to the root, for each attribute its memory and those of its element before
+// it, and as much again for the end of the tag.
 TEST(XmlNestingLimitTest, TheCostOfAParseGrowsWithDepthAndWithTheAttributesOfAnElement) {
     const auto cost = [](const std::string& text) {
         return CostOfParsing(WithSpareBytes(text).c_str(), TIXML_ENCODING_UTF8);
     };
     EXPECT_EQ(cost(""), 0U);
-    EXPECT_EQ(cost("<a/>"), 1U);
-    EXPECT_EQ(cost("<a/><b/><!--c-->"), 3U);
-    EXPECT_EQ(cost("<a></a>"), 1U + 2U);
-    EXPECT_EQ(cost("<a><b/>text</a>"), 1U + 2U + 2U + 2U);
-    EXPECT_EQ(cost("<a><b><c/></b></a>"), 1U + 2U + 3U + 3U + 2U);
-    EXPECT_EQ(cost("<a x=''/>"), 1U + 1U);
-    EXPECT_EQ(cost("<a x='' y='' z=''/>"), 1U + 1U + 2U + 3U);
-    EXPECT_EQ(cost("<a></a>text<b/>"), 1U + 2U + 1U) << "what stands behind an error is not parsed";
+    EXPECT_EQ(StepsForMemory, 256U);
+    EXPECT_EQ(cost("<!--c-->"), 256U);
+    EXPECT_EQ(cost("<a/>"), 512U);
+    EXPECT_EQ(cost("<a/><b/><!--c-->"), 512U + 512U + 256U);
+    EXPECT_EQ(cost("<a></a>"), 512U + 257U);
+    EXPECT_EQ(cost("<a><b/>text</a>"), 512U + 513U + 257U + 257U);
+    EXPECT_EQ(cost("<a><b><c/></b></a>"), 512U + 513U + 514U + 258U + 257U);
+    EXPECT_EQ(cost("<a x=''/>"), 512U + 257U);
+    EXPECT_EQ(cost("<a x='' y='' z=''/>"), 512U + 257U + 258U + 259U);
+    EXPECT_EQ(cost("<a></a>text<b/>"), 512U + 257U + 256U) << "what stands behind an error is not parsed";
 }
 
 TEST(XmlNestingLimitTest, TheBytesOfAByteOrderMarkAreANameInATextThatIsNotUtf8) {

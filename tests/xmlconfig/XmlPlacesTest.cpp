@@ -199,13 +199,15 @@ TEST(XmlPlacesTest, ATextThatNestsTooDeepOrTakesTooManyStepsIsNotParsed) {
     EXPECT_EQ(ParseWithPlaces(Repeated("<a>", 5001)).state, State::TooDeep);
 
     std::string manyAttributes = "<a";
-    for (int i = 0; i < 16383; ++i) {
+    for (int i = 0; i < 15872; ++i) {
         manyAttributes += " a" + std::to_string(i) + "=''";
     }
-    // One for the element, 16,383 * 16,384 / 2 for its attributes, one for each of the others: as many as may be.
-    const std::string asMany = manyAttributes + "/>" + Repeated("<b/>", 8191);
+    // 512 for the element, 15,872 * 256 + 15,872 * 15,873 / 2 for its attributes, 512 for each of the others, 256 for the
+    // comment: as many as may be.
+    const std::string asMany = manyAttributes + "/>" + Repeated("<b/>", 8175) + "<!-- -->";
     EXPECT_EQ(ParseWithPlaces(asMany).state, State::WellFormed);
-    EXPECT_EQ(ParseWithPlaces(asMany + "<b/>").state, State::TooMuch);
+    EXPECT_EQ(ParseWithPlaces(asMany + "<!---->").state, State::TooMuch);
+    EXPECT_EQ(ParseWithPlaces(Repeated("<b/>", 262145)).state, State::TooMuch);
     EXPECT_EQ(ParseWithPlaces(Repeated("<a>", 4000) + Repeated("<b/>", 40000)).state, State::TooMuch);
 }
 
