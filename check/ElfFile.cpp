@@ -15,6 +15,10 @@ constexpr size_t MaxDynamicEntries = 4096;
 constexpr size_t MaxNeeded = 256;
 constexpr size_t MaxText = 4096; // of one path or name
 
+std::string MoreThan(size_t count, const char* what) {
+    return "more than " + std::to_string(count) + " " + what;
+}
+
 /// The bytes of a file of either byte order and size, read only where the file has them.
 class Source {
 public:
@@ -38,7 +42,11 @@ public:
         const std::string read = bytes(offset, offset < end ? std::min<uint64_t>(end - offset, MaxText) : 0);
         const size_t zero = read.find('\0');
         if (zero == std::string::npos) {
-            damage();
+            if (read.size() == MaxText && end - offset > MaxText) {
+                leftOut = MoreThan(MaxText - 1, "bytes in a name or run path");
+            } else {
+                damage();
+            }
             return {};
         }
         return read.substr(0, zero);
@@ -50,6 +58,7 @@ public:
     const uint64_t size;
     bool is64 = false;
     bool isLittle = false;
+    std::string leftOut; // as in ElfFile
 
 private:
     const ReadAt& readAt; // of one parse: the object lives no longer
@@ -95,6 +104,9 @@ std::vector<Segment> ReadSegments(const Numbers& header, Source& source) {
     const size_t countAt = source.is64 ? offsetof(Elf64_Ehdr, e_phnum) : offsetof(Elf32_Ehdr, e_phnum);
     const size_t entrySize = source.is64 ? sizeof(Elf64_Phdr) : sizeof(Elf32_Phdr);
     const size_t count = std::min<size_t>(header.number(countAt, 2), MaxSegments);
+    if (header.number(countAt, 2) > MaxSegments) {
+        source.leftOut = MoreThan(MaxSegments, "segments");
+    }
     std::vector<Segment> segments;
     if (count > 0 && header.number(sizeAt, 2) != entrySize) { // the kernel refuses it, too
         source.damage();
@@ -137,9 +149,14 @@ void ReadDynamic(const Segment& dynamic, const std::vector<Segment>& segments, S
         const uint64_t tag = table.word(i * entrySize, 0, 0);
         const uint64_t value = table.word(i * entrySize, 4, 8);
         values[tag] = value;
-        if (tag == DT_NEEDED && needed.size() < MaxNeeded) {
+        if (tag == DT_NEEDED && needed.size() == MaxNeeded) {
+            source.leftOut = MoreThan(MaxNeeded, "libraries");
+        } else if (tag == DT_NEEDED) {
             needed.push_back(value);
         }
+    }
+    if (count == MaxDynamicEntries && values.count(DT_NULL) == 0) {
+        source.leftOut = MoreThan(MaxDynamicEntries - 1, "dynamic entries");
     }
     const uint64_t start = OffsetOfAddress(segments, values[DT_STRTAB], source);
     const uint64_t end = start + std::min(values[DT_STRSZ], source.size);
@@ -163,7 +180,7 @@ void ReadDynamic(const Segment& dynamic, const std::vector<Segment>& segments, S
 ElfFile ReadElfFile(uint64_t size, const ReadAt& readAt) {
     ElfFile file;
     const std::string head = readAt(0, sizeof(Elf64_Ehdr)); // the longer one; of a short file, what there is
-    if (head.compare(0, SELFMAG, ELFMAG) != 0) {
+    if (!IsElf(head)) {
         return file;
     }
     file.state = ElfFile::State::Damaged;
@@ -193,13 +210,20 @@ ElfFile ReadElfFile(uint64_t size, const ReadAt& readAt) {
         source.damage(); // the file was cut
     }
     if (const Segment* interpreter = FirstOf(segments, PT_INTERP)) {
-        file.interpreter = source.text(interpreter->offset, interpreter->offset + interpreter->size);
+        // The kernel refuses a longer one.
+        const uint64_t length = std::min<uint64_t>(interpreter->size, MaxText);
+        file.interpreter = source.text(interpreter->offset, interpreter->offset + length);
     }
     if (const Segment* dynamic = FirstOf(segments, PT_DYNAMIC)) {
         ReadDynamic(*dynamic, segments, source, file);
     }
+    file.leftOut = source.leftOut;
     file.state = source.isDamaged() ? ElfFile::State::Damaged : ElfFile::State::Read;
     return file;
+}
+
+bool IsElf(const std::string& head) {
+    return head.compare(0, SELFMAG, ELFMAG) == 0;
 }
 
 std::string ElfMachineName(uint16_t machine) {

@@ -24,6 +24,7 @@ struct ElfFile {
     std::string soname;              ///< DT_SONAME; empty for a program and some libraries
     std::string runPath;             ///< DT_RUNPATH, or DT_RPATH without one; directories with colons between
     bool hasOldRunPath = false;      ///< it is DT_RPATH, which serves the libraries of the file, too
+    std::string leftOut;             ///< what the file has more of than is read; empty: all was read
 };
 
 /// Yields as many bytes as asked for from an offset on, fewer where the file ends or cannot be read.
@@ -31,9 +32,12 @@ using ReadAt = std::function<std::string(uint64_t offset, size_t size)>;
 
 /// Reads the headers of a file: the segments, the dynamic section and the texts that it names, and nothing else, however
 /// large the file is. Nothing in them is believed: every offset and count is checked against the file's size, and no more
-/// is read than a linker would ever write (at most 2 MiB).
+/// is read than a linker would ever write (at most 2 MiB); `leftOut` says so.
 /// Throws only std::bad_alloc. Threads may call it at once.
 ElfFile ReadElfFile(uint64_t size, const ReadAt& readAt);
+
+/// @return whether the beginning of a file is an ELF file's.
+bool IsElf(const std::string& head);
 
 /// @return a name for a machine's number, "ARM", "x86-64"; "machine 1234" for one without.
 std::string ElfMachineName(uint16_t machine);

@@ -13,8 +13,6 @@
 
 namespace {
 
-constexpr size_t MaxNames = 10000; // of one directory
-constexpr size_t MaxHwcaps = 16;   // of one directory
 constexpr size_t MaxPath = 4096;   // the kernel's limit, PATH_MAX
 constexpr size_t PathPerStep = 64; // bytes of a path that are remembered for the price of one step
 constexpr const char* MuslLinker = "ld-musl-";
@@ -76,9 +74,7 @@ LibrarySearch::LibrarySearch(const DeviceRoot& deviceRoot) : root(deviceRoot), l
         for (const char* suffix : {"", "64", "32"}) {
             addListed(std::string(base) + suffix, directories);
         }
-        std::vector<DeviceName> names;
-        static_cast<void>(root.list(base, MaxNames, names));
-        for (const DeviceName& each : names) {
+        for (const DeviceName& each : namesIn(base)) {
             if (each.name.find("-linux-") != std::string::npos) {
                 addListed(std::string(base) + "/" + each.name, directories);
                 libNames.push_back("lib/" + each.name);
@@ -106,32 +102,46 @@ const LibrarySearch::Looked& LibrarySearch::lookAt(const std::string& path) {
     return looked[path] = {entry.kind, entry.path};
 }
 
-// A directory that is there, and those for better processors in it. False for one too many.
-bool LibrarySearch::addDirectory(const std::string& directory, std::vector<std::string>& places) {
+// Of a directory of the system, which rarely has very many.
+std::vector<DeviceName> LibrarySearch::namesIn(const std::string& directory) {
+    std::vector<DeviceName> names;
+    static_cast<void>(root.list(directory, MaxNames + 1, names));
+    if (names.size() > MaxNames) {
+        listsLeftOut = directory + " holds more than " + std::to_string(MaxNames) + " names";
+        names.pop_back();
+    }
+    return names;
+}
+
+// A directory that is there, and those for better processors in it.
+// @return what was left out, in words; empty for nothing.
+std::string LibrarySearch::addDirectory(const std::string& directory, std::vector<std::string>& places) {
     const Looked& found = lookAt(directory);
     if (found.kind != DeviceEntry::Kind::Directory ||
         std::find(places.begin(), places.end(), found.path) != places.end()) {
-        return true;
+        return {};
     }
     if (places.size() >= MaxDirectories) {
-        return false;
+        return "more than " + std::to_string(MaxDirectories) + " directories are named";
     }
     places.push_back(found.path);
     const std::string hwcaps = found.path + "/glibc-hwcaps";
     std::vector<DeviceName> names;
     if (lookAt(hwcaps).kind == DeviceEntry::Kind::Directory) {
-        static_cast<void>(root.list(hwcaps, MaxHwcaps, names));
+        static_cast<void>(root.list(hwcaps, MaxHwcaps + 1, names));
     }
+    const bool isCut = names.size() > MaxHwcaps;
+    names.resize(std::min(names.size(), MaxHwcaps));
     for (const DeviceName& each : names) {
         places.push_back(hwcaps + "/" + each.name);
     }
-    return true;
+    return isCut ? hwcaps + " holds more than " + std::to_string(MaxHwcaps) + " names" : std::string();
 }
 
 void LibrarySearch::addListed(const std::string& directory, std::vector<std::string>& places) {
-    if (!addDirectory(directory, places)) {
-        listsLeftOut =
-            "the lists of the dynamic linker name more than " + std::to_string(MaxDirectories) + " directories";
+    const std::string left = addDirectory(directory, places);
+    if (!left.empty()) {
+        listsLeftOut = "in the lists of the dynamic linker, " + left;
     }
 }
 
@@ -172,9 +182,7 @@ void LibrarySearch::include(const std::string& pattern) {
         listsLeftOut = "\"include " + pattern + "\" is one too many, or no such pattern as is looked at";
         return;
     }
-    std::vector<DeviceName> names;
-    static_cast<void>(root.list(directory, MaxNames, names));
-    for (const DeviceName& each : names) {
+    for (const DeviceName& each : namesIn(directory)) {
         if (fnmatch(name.c_str(), each.name.c_str(), FNM_PERIOD) == 0) {
             readList(directory + "/" + each.name);
         }
@@ -185,7 +193,11 @@ const std::vector<std::string>& LibrarySearch::muslDirectories(const std::string
     const auto added = ofMusl.emplace(architecture, std::vector<std::string>());
     if (added.second) {
         std::string text = "/lib:/usr/local/lib:/usr/lib";
-        static_cast<void>(root.read("/etc/ld-musl-" + architecture + ".path", MaxListSize, text));
+        const std::string path = "/etc/ld-musl-" + architecture + ".path";
+        if (root.look(path).size > MaxListSize) {
+            listsLeftOut = path + " has more than " + std::to_string(MaxListSize) + " bytes";
+        }
+        static_cast<void>(root.read(path, MaxListSize, text));
         for (const std::string& directory : SplitAt(text, ":\n")) {
             addListed(directory, added.first->second);
         }
@@ -306,6 +318,10 @@ private:
 
     void add(const std::string& path, const ElfFile& file, size_t loader) {
         all.push_back({path, file, loader, {}});
+        if (!file.leftOut.empty()) {
+            uncertain = path + " has " + file.leftOut;
+            result.leftOut = "not all of its libraries are known: " + uncertain;
+        }
         for (const std::string& directory : SplitAt(file.runPath, ":")) {
             const std::string place = Expanded(directory, "ORIGIN", DirectoryOf(path));
             if (place.find("PLATFORM") != std::string::npos) {
@@ -313,9 +329,10 @@ private:
             }
             const size_t variants = place.find('$') == std::string::npos ? 1 : search.libNames.size();
             for (size_t i = 0; i < variants; ++i) {
-                if (!search.addDirectory(Expanded(place, "LIB", search.libNames[i]), all.back().places)) {
-                    uncertain = "the run path of " + path + " names more than " + std::to_string(MaxDirectories) +
-                                " directories";
+                const std::string left =
+                    search.addDirectory(Expanded(place, "LIB", search.libNames[i]), all.back().places);
+                if (!left.empty()) {
+                    uncertain = "in the run path of " + path + ", " + left;
                 }
             }
         }

@@ -36,6 +36,10 @@ public:
     static constexpr size_t MaxDirectories = 200;
     /// Lists that /etc/ld.so.conf may include, and "include" patterns in them.
     static constexpr size_t MaxLists = 200;
+    /// Names of a directory of the system's libraries or lists.
+    static constexpr size_t MaxNames = 10000;
+    /// Directories for better processors (glibc-hwcaps) in one directory.
+    static constexpr size_t MaxHwcaps = 16;
     /// Bytes of one list.
     static constexpr size_t MaxListSize = 65536;
 
@@ -74,7 +78,8 @@ private:
 
     const Looked& lookAt(const std::string& path);
     void spend(uint64_t steps) noexcept;
-    bool addDirectory(const std::string& directory, std::vector<std::string>& places);
+    std::string addDirectory(const std::string& directory, std::vector<std::string>& places);
+    std::vector<DeviceName> namesIn(const std::string& directory);
     void addListed(const std::string& directory, std::vector<std::string>& places);
     void readList(const std::string& path);
     void include(const std::string& pattern);

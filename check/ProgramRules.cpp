@@ -278,11 +278,7 @@ void ProgramRules::checkShell() {
         return;
     }
     std::string head;
-    if (root.read(shell, InterpreterLine::KernelBuffer, head) &&
-        head.compare(0, 4,
-                     "\x7F"
-                     "ELF") != 0 &&
-        !ReadInterpreterLine(head).isPresent) {
+    if (root.read(shell, InterpreterLine::KernelBuffer, head) && !IsElf(head) && !ReadInterpreterLine(head).isPresent) {
         add(shell, "shell-missing", "the shell is neither an ELF program nor a script with an interpreter line");
         return;
     }

@@ -119,6 +119,7 @@ TEST(ElfFileTest, OfAFileOnlyTheHeadersAreRead) {
     });
 
     EXPECT_EQ(file.needed.size(), 256U);
+    EXPECT_NE(file.leftOut, "");
     EXPECT_LE(read, uint64_t{2} << 20U);
 }
 
@@ -139,11 +140,47 @@ TEST(ElfFileTest, SegmentsOfAnotherSizeAreDamage) {
     EXPECT_EQ(ReadElfText(content).state, State::Damaged);
 }
 
-TEST(ElfFileTest, CountsBeyondWhatALinkerWritesAreCutAndBeyondTheFileAreDamage) {
-    ElfImage program;
-    program.needed.assign(5000, "a");
-    EXPECT_EQ(ReadElfText(program.bytes()).needed.size(), 256U);
+TEST(ElfFileTest, CountsBeyondWhatALinkerWritesAreLeftOutAndSaidToBe) {
+    const auto leftOutOf = [](const std::string& content) {
+        const ElfFile file = ReadElfText(content);
+        EXPECT_EQ(file.state, State::Read);
+        EXPECT_LE(file.needed.size(), 256U);
+        return file.leftOut;
+    };
+    const auto needing = [](size_t count) {
+        ElfImage program;
+        program.needed.assign(count, "a");
+        return program.bytes();
+    };
+    EXPECT_EQ(leftOutOf(needing(256)), "");
+    EXPECT_EQ(leftOutOf(needing(257)), "more than 256 libraries");
+    EXPECT_EQ(leftOutOf(needing(4093)), "more than 256 libraries") << "with two for the texts, and one for the end";
+    EXPECT_EQ(leftOutOf(needing(4094)), "more than 4095 dynamic entries");
 
+    ElfImage program;
+    program.runPath = std::string(4095, 'r');
+    EXPECT_EQ(leftOutOf(program.bytes()), "");
+    program.runPath += 'r';
+    EXPECT_EQ(leftOutOf(program.bytes()), "more than 4095 bytes in a name or run path");
+
+    std::string segments = ElfImage().bytes() + std::string(size_t{56} * 2000, '\0');
+    segments[56] = '\0'; // e_phnum
+    segments[57] = '\4';
+    EXPECT_EQ(leftOutOf(segments), "");
+    segments[56] = '\1';
+    EXPECT_EQ(leftOutOf(segments), "more than 1024 segments");
+}
+
+// As for the kernel, whose paths have no more than 4096 bytes.
+TEST(ElfFileTest, AnInterpretersPathThatIsTooLongIsDamage) {
+    ElfImage program;
+    program.interpreter = std::string(4095, 'i');
+    EXPECT_EQ(ReadElfText(program.bytes()).state, State::Read);
+    program.interpreter += 'i';
+    EXPECT_EQ(ReadElfText(program.bytes()).state, State::Damaged);
+}
+
+TEST(ElfFileTest, CountsBeyondTheFileAreDamage) {
     std::string manySegments = ElfImage().bytes();
     manySegments[56] = manySegments[57] = '\xFF'; // e_phnum
     EXPECT_EQ(ReadElfText(manySegments).state, State::Damaged);

@@ -172,11 +172,11 @@ TEST_F(LibrarySearchTest, WithoutAllOfTheListsNothingIsCalledMissing) {
         fs::create_directories(directory / ("/opt/" + std::to_string(i)));
         directories += "/opt/" + std::to_string(i) + "\n";
     }
-    expectLeftOut(directories, "the lists of the dynamic linker name more than 200 directories");
+    expectLeftOut(directories, "in the lists of the dynamic linker, more than 200 directories are named");
     fs::remove(directory / "/etc/ld.so.conf");
     std::replace(directories.begin(), directories.end(), '\n', ':');
     EXPECT_EQ(missing(Needing({"liba.so"}, directories)),
-              unknown + "the run path of /opt/bin/program names more than 200 directories");
+              unknown + "in the run path of /opt/bin/program, more than 200 directories are named");
     add("/lib/liba.so");
     EXPECT_EQ(missing(Needing({"liba.so"}, directories)), "");
 }
@@ -305,6 +305,58 @@ TEST_F(LibrarySearchTest, AListThatThisUserMayNotReadMayNameAnyDirectory) {
     });
 
     EXPECT_NE(text.find("but it may be there: /etc/ld.so.conf is one list too many"), std::string::npos) << text;
+}
+
+// A library that was not found may be in what was not looked at.
+TEST_F(LibrarySearchTest, DirectoriesWithVeryManyNamesAreSaidToBeLeftOut) {
+    const auto fill = [this](const std::string& path, size_t count) {
+        fs::create_directories(directory / path);
+        for (size_t i = 0; i < count; ++i) {
+            write(path + "/" + std::to_string(i), "");
+        }
+    };
+    const std::string unknown = "a library was not found, but it may be there: ";
+
+    fill("/lib/glibc-hwcaps", LibrarySearch::MaxHwcaps);
+    EXPECT_EQ(missing(Needing({"liba.so"})), "liba.so by /opt/bin/program");
+    write("/lib/glibc-hwcaps/more", "");
+    EXPECT_EQ(missing(Needing({"liba.so"})),
+              unknown + "in the lists of the dynamic linker, /lib/glibc-hwcaps holds more than 16 names");
+    EXPECT_EQ(missing(Needing({"liba.so"}, "/lib")),
+              unknown + "in the run path of /opt/bin/program, /lib/glibc-hwcaps holds more than 16 names");
+
+    fs::remove_all(directory / "/lib");
+    fill("/usr/lib", LibrarySearch::MaxNames);
+    EXPECT_EQ(missing(Needing({"liba.so"})), "liba.so by /opt/bin/program");
+    write("/usr/lib/more", "");
+    EXPECT_EQ(missing(Needing({"liba.so"})), unknown + "/usr/lib holds more than 10000 names");
+
+    write("/etc/ld.so.conf", "include ld.so.conf.d/*.conf");
+    fs::rename(directory / "/usr/lib", directory / "/etc/ld.so.conf.d");
+    EXPECT_EQ(missing(Needing({"liba.so"})), unknown + "/etc/ld.so.conf.d holds more than 10000 names");
+}
+
+TEST_F(LibrarySearchTest, AVeryLongListOfMuslsIsSaidToBeLeftOut) {
+    ElfImage program = Needing({"liba.so"});
+    program.interpreter = "/lib/ld-musl-armhf.so.1";
+
+    write("/etc/ld-musl-armhf.path", std::string(LibrarySearch::MaxListSize, '\n'));
+    EXPECT_EQ(missing(program), "liba.so by /opt/bin/program");
+    write("/etc/ld-musl-armhf.path", std::string(LibrarySearch::MaxListSize + 1, '\n'));
+    EXPECT_EQ(missing(program), "a library was not found, but it may be there: /etc/ld-musl-armhf.path has more than "
+                                "65536 bytes");
+}
+
+TEST_F(LibrarySearchTest, AFileWithMoreThanIsReadOfItMayNeedMore) {
+    add("/lib/a");
+    add("/lib/many", Needing(std::vector<std::string>(256, "a")));
+    EXPECT_EQ(missing(Needing({"many"})), "");
+    add("/lib/many", Needing(std::vector<std::string>(257, "a")));
+    EXPECT_EQ(missing(Needing({"many"})), "not all of its libraries are known: /lib/many has more than 256 libraries");
+
+    EXPECT_EQ(missing(Needing({"b"}, std::string(4096, 'r'))),
+              "a library was not found, but it may be there: /opt/bin/program has more than 4095 bytes in a name or "
+              "run path");
 }
 
 TEST_F(LibrarySearchTest, MoreLibrariesThanAProgramNeedsAreLeftOut) {
