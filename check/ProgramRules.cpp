@@ -73,16 +73,13 @@ void ProgramRules::check(const std::string& path) {
     case DeviceEntry::Kind::LinkLoop:
         add(path, "link-loop", "this link leads to itself, or over too many others");
         return;
-    case DeviceEntry::Kind::Directory:
-    case DeviceEntry::Kind::Fifo:
-    case DeviceEntry::Kind::Terminal:
-    case DeviceEntry::Kind::Other:
-        add(path, "not-a-program", "this is no regular file and cannot be run");
+    case DeviceEntry::Kind::Unreachable:
+        add(path, "not-looked-at", "it cannot be looked at here, so nothing is known of it");
         return;
     case DeviceEntry::Kind::File:
         break;
     default:
-        add(path, "not-looked-at", "it cannot be looked at here, so nothing is known of it");
+        add(path, "not-a-program", "this is no regular file and cannot be run");
         return;
     }
     if ((entry.mode & AnyExecute) == 0) {

@@ -1,5 +1,6 @@
 #include "tests/check/DeviceImage.h"
 #include "tests/check/RunCheck.h"
+#include "tests/check/TextForAnyone.h"
 #include "tests/support/ChildProcess.h"
 
 #include <gtest/gtest.h>
@@ -124,6 +125,22 @@ TEST(WyvernCheckTest, WrongUsageEndsWith64AndPrintsNothingOnStandardOutput) {
         EXPECT_TRUE(result.exitedWith(64)) << arguments[0];
         EXPECT_EQ(result.output, "");
     }
+}
+
+TEST(WyvernCheckTest, AConfigurationThatThisUserMayNotReadIsNotLookedAt) {
+    const DeviceImage image;
+    image.setMode("", 0755);
+    image.write("/closed/a.xml", "x");
+    image.setMode("/closed", 0);
+    const std::string text = TextForAnyone([&image] {
+        CheckRequest request;
+        request.configuration = image.onHost("/closed/a.xml");
+        CheckReport report;
+        return CheckDevice(request, report) ? FindingsText(report) : report.problem;
+    });
+    image.setMode("/closed", 0755);
+
+    EXPECT_NE(text.find("not-looked-at: it cannot be read here"), std::string::npos) << text;
 }
 
 // Its link leads to "pipe:[NUMBER]", which is no path: the text would count as missing, and the other copy as in force.
