@@ -332,7 +332,7 @@ private:
                 const std::string left =
                     search.addDirectory(Expanded(place, "LIB", search.libNames[i]), all.back().places);
                 if (!left.empty()) {
-                    uncertain = "in the run path of " + path + ", " + left;
+                    uncertain = std::string("in the run path of ").append(path).append(", ").append(left);
                 }
             }
         }
