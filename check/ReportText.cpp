@@ -8,7 +8,6 @@
 #include "xmlconfig/XmlPlaces.h"
 
 #include <cstddef>
-#include <memory>
 #include <vector>
 
 namespace {
