@@ -29,6 +29,9 @@ struct DeviceEntry {
     uint64_t device = 0; ///< with `inode`: the same for two paths of one file
     uint64_t inode = 0;
     size_t steps = 0; ///< directories that the way led through: what looking cost
+
+    /// @return whether it is a regular file that somebody may execute: root then may, too.
+    bool isExecutable() const noexcept { return kind == Kind::File && (mode & 0111U) != 0; }
 };
 
 /// A name in a directory of the device.

@@ -18,7 +18,6 @@ constexpr std::array<const char*, 6> PathDirectories = {"/usr/local/sbin", "/usr
 // Programs of the system that are rarely scripts.
 constexpr std::array<const char*, 6> SystemPrograms = {"/bin/sh",   "/bin/busybox",     "/sbin/init",
                                                        "/bin/bash", "/usr/bin/killall", "/lib/systemd/systemd"};
-constexpr uint32_t AnyExecute = 0111;
 constexpr uint32_t WriteByOthers = 022;
 
 bool IsDirectory(const DeviceRoot& root, const char* path) {
@@ -53,8 +52,7 @@ void ProgramRules::add(const std::string& path, const char* rule, const std::str
 std::string ProgramRules::findInPath(const std::string& name) const {
     for (const char* directory : PathDirectories) {
         std::string path = std::string(directory) + "/" + name;
-        const DeviceEntry entry = root.look(path);
-        if (entry.kind == DeviceEntry::Kind::File && (entry.mode & AnyExecute) != 0) {
+        if (root.look(path).isExecutable()) {
             return path;
         }
     }
@@ -82,7 +80,7 @@ void ProgramRules::check(const std::string& path) {
         add(path, "not-a-program", "this is no regular file and cannot be run");
         return;
     }
-    if ((entry.mode & AnyExecute) == 0) {
+    if (!entry.isExecutable()) {
         add(path, "not-executable", "it has no execute permission: the shell refuses to run it");
     }
     if ((entry.mode & WriteByOthers) != 0) {
@@ -108,7 +106,7 @@ bool ProgramRules::canRun(const std::string& path, const char* rule, const std::
         add(path, "not-looked-at", what + " cannot be looked at here");
     } else if (entry.kind != DeviceEntry::Kind::File) {
         add(path, rule, what + " is not in the image");
-    } else if ((entry.mode & AnyExecute) == 0) {
+    } else if (!entry.isExecutable()) {
         add(path, rule, what + " is not executable");
     } else {
         return true;

@@ -1,13 +1,10 @@
 #include "check/ServerSearch.h"
 
 #include <algorithm>
-#include <cstdint>
 #include <deque>
 #include <utility>
 
 namespace {
-
-constexpr uint32_t AnyExecute = 0111;
 
 const std::set<std::string>& LeftOut() {
     static const std::set<std::string> directories = {"/dev", "/proc", "/sys", "/run"};
@@ -19,7 +16,7 @@ int Likelihood(const DeviceEntry& entry) {
     if (entry.kind != DeviceEntry::Kind::File) {
         return 0;
     }
-    return (entry.mode & AnyExecute) == 0 ? 1 : 2;
+    return entry.isExecutable() ? 2 : 1;
 }
 
 /// The most likely of the paths of one name.

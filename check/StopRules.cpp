@@ -1,5 +1,6 @@
 #include "check/StopRules.h"
 
+#include "check/ElfFile.h"
 #include "check/InterpreterLine.h"
 #include "check/ServerSearch.h"
 #include "check/StartScript.h"
@@ -99,10 +100,7 @@ public:
 private:
     void checkFound(const std::string& path) {
         std::string head;
-        if (!root.read(path, InterpreterLine::KernelBuffer + 1, head) || head.empty() ||
-            head.compare(0, 4,
-                         "\x7F"
-                         "ELF") == 0) {
+        if (!root.read(path, InterpreterLine::KernelBuffer + 1, head) || head.empty() || IsElf(head)) {
             return;
         }
         const InterpreterLine line = ReadInterpreterLine(head);
@@ -121,9 +119,7 @@ private:
     void checkStart(const Server& server) {
         const std::string path = ServiceCommand::ServiceDir + files[server.name];
         std::string script;
-        if (!root.read(path, MaxScript + 1, script) || script.compare(0, 4,
-                                                                      "\x7F"
-                                                                      "ELF") == 0) {
+        if (!root.read(path, MaxScript + 1, script) || IsElf(script)) {
             return;
         }
         if (StartsThroughInterpreter(script.substr(0, MaxScript), server.name)) {
