@@ -188,10 +188,11 @@ constexpr Rule Table[] = {
      "The start programs of two protocols have the same part before the first \"_\", so both servers are stopped by "
      "one name: \"IEC_101_loadservice\" and \"IEC_104_loadservice\" are both stopped by \"IEC_Server\"."},
     {"server-missing", Severity::Warning,
-     "No file of the image has the name by which the protocol is stopped, so probably no process will. A server that "
-     "renames itself, or is called so by a link made on the device, cannot be seen here. /dev, /proc, /sys and /run "
-     "are not looked through. Of several files with the name those that can be executed are looked at, and each of "
-     "them."},
+     "No program of the image has the name by which the protocol is stopped, so probably no process will. A server "
+     "that renames itself, or is called so by a link made on the device, cannot be seen here. /dev, /proc, /sys and "
+     "/run are not looked through. Of several files with the name those that can be executed are looked at, and each "
+     "of them. A file that cannot be executed and is neither an ELF file nor begins with \"#!\" is taken for "
+     "settings or the like."},
     {"server-no-interpreter-line", Severity::Error,
      "The server is a script without an interpreter line. The kernel does not run it; a shell does so itself and keeps "
      "its own name. Tried: neither the killall of psmisc nor that of BusyBox finds it. Begin the script with "

@@ -1,36 +1,56 @@
 #include "check/ServerSearch.h"
 
+#include "check/ElfFile.h"
+
 #include <algorithm>
 #include <deque>
 #include <utility>
 
 namespace {
 
+constexpr size_t HeadSize = 4; // as many bytes as tell a program from settings
+
 const std::set<std::string>& LeftOut() {
     static const std::set<std::string> directories = {"/dev", "/proc", "/sys", "/run"};
     return directories;
 }
 
-// How likely it is the server: a file of data may have its name, and a link that leads nowhere.
-int Likelihood(const DeviceEntry& entry) {
+// What cannot be read may be a program as well as not.
+bool LooksLikeAProgram(const DeviceRoot& root, const std::string& path) {
+    std::string head;
+    return !root.read(path, HeadSize, head) || IsElf(head) || head.compare(0, 2, "#!") == 0;
+}
+
+// How likely it is the server, 0 for not at all: settings may have its name, a directory, and a link that leads nowhere.
+int Likelihood(const DeviceRoot& root, const std::string& path) {
+    const DeviceEntry entry = root.look(path);
+    if (entry.path.empty()) {
+        return 1; // nothing that can be looked at
+    }
     if (entry.kind != DeviceEntry::Kind::File) {
         return 0;
     }
-    return entry.isExecutable() ? 2 : 1;
+    if (entry.isExecutable()) {
+        return 3;
+    }
+    return LooksLikeAProgram(root, path) ? 2 : 0;
 }
 
 /// The most likely of the paths of one name.
 struct Candidates {
-    int likelihood = 0;
-    std::vector<std::string> paths;
+    int likelihood = 1;
+    ServerSearch::Found found;
 
     void add(const std::string& path, int itsLikelihood) {
+        if (itsLikelihood == 0) {
+            found.noProgram = path;
+        }
         if (itsLikelihood > likelihood) {
             likelihood = itsLikelihood;
-            paths.clear();
+            found.paths.clear();
         }
-        if (itsLikelihood == likelihood && paths.size() < ServerSearch::MaxPaths) {
-            paths.push_back(path);
+        if (itsLikelihood == likelihood && found.paths.size() < ServerSearch::MaxPaths) {
+            found.paths.push_back(path);
         }
     }
 };
@@ -54,7 +74,7 @@ ServerSearch FindServers(const DeviceRoot& root, const std::set<std::string>& na
             const std::string path = directory + "/" + each.name;
             if (!each.isDirectory) {
                 if (names.count(each.name) != 0) {
-                    candidates[each.name].add(path, Likelihood(root.look(path)));
+                    candidates[each.name].add(path, Likelihood(root, path));
                 }
             } else if (std::count(path.begin(), path.end(), '/') > static_cast<ptrdiff_t>(ServerSearch::MaxDepth)) {
                 search.leftOut =
@@ -68,7 +88,7 @@ ServerSearch FindServers(const DeviceRoot& root, const std::set<std::string>& na
         search.leftOut = "only the first " + std::to_string(maxEntries) + " files of the image are looked at";
     }
     for (auto& each : candidates) {
-        search.found[each.first] = std::move(each.second.paths);
+        search.found[each.first] = std::move(each.second.found);
     }
     return search;
 }

@@ -17,10 +17,16 @@ struct ServerSearch {
     static constexpr size_t MaxDepth = 32;
     static constexpr size_t MaxPaths = 32; ///< of one name
 
-    /// Paths on the device by name, in the order of the walk: the executable files; without one, the other files; without
-    /// one, what else has the name, such as a link that leads nowhere.
-    std::map<std::string, std::vector<std::string>> found;
-    std::string leftOut; ///< why not all was looked at; empty: all was
+    /// What has one name; paths on the device.
+    struct Found {
+        /// In the order of the walk: the executable files; without one, ELF files and scripts that are not executable;
+        /// without one, what may be anything, such as a link that leads nowhere.
+        std::vector<std::string> paths;
+        std::string noProgram; ///< a file that does not look like a program, of settings perhaps; empty for none
+    };
+
+    std::map<std::string, Found> found; ///< by name
+    std::string leftOut;                ///< why not all was looked at; empty: all was
 };
 
 /// @param names of the servers that are looked for.

@@ -77,27 +77,34 @@ public:
         for (const Server& server : servers) {
             names.insert(server.name);
         }
-        const ServerSearch search = FindServers(root, names, maxEntries);
+        ServerSearch search = FindServers(root, names, maxEntries);
         for (const Server& server : servers) {
-            const auto found = search.found.find(server.name);
-            if (found != search.found.end()) {
-                for (const std::string& path : found->second) {
-                    programs.check(path);
-                    checkFound(path);
-                }
-            } else if (!search.leftOut.empty()) {
-                findings.add(report.path, server.place, "not-looked-at",
-                             "the server \"" + server.name + "\" was not found, but " + search.leftOut);
-            } else {
-                findings.add(report.path, server.place, "server-missing",
-                             "no file of the image is called \"" + server.name + "\", by which protocol \"" +
-                                 server.protocol + "\" is stopped" + server.condition);
-            }
+            checkServer(server, search.found[server.name], search.leftOut);
             checkStart(server);
         }
     }
 
 private:
+    void checkServer(const Server& server, const ServerSearch::Found& found, const std::string& leftOut) {
+        for (const std::string& path : found.paths) {
+            programs.check(path);
+            checkFound(path);
+        }
+        if (!found.paths.empty()) {
+            return;
+        }
+        if (!leftOut.empty()) {
+            findings.add(report.path, server.place, "not-looked-at",
+                         "the server \"" + server.name + "\" was not found, but " + leftOut);
+            return;
+        }
+        findings.add(
+            report.path, server.place, "server-missing",
+            "no program of the image is called \"" + server.name + "\", by which protocol \"" + server.protocol +
+                "\" is stopped" + server.condition +
+                (found.noProgram.empty() ? std::string() : "; " + found.noProgram + " does not look like a program"));
+    }
+
     void checkFound(const std::string& path) {
         std::string head;
         if (!root.read(path, InterpreterLine::KernelBuffer + 1, head) || head.empty() || IsElf(head)) {
@@ -105,9 +112,11 @@ private:
         }
         const InterpreterLine line = ReadInterpreterLine(head);
         if (!line.isPresent || line.hasByteOrderMark) {
-            findings.add(root.onHost(path), {}, "server-no-interpreter-line",
-                         "a script without an interpreter line is run by the shell that starts it, under the shell's "
-                         "name: killall does not find it");
+            if (root.look(path).isExecutable()) {
+                findings.add(root.onHost(path), {}, "server-no-interpreter-line",
+                             "a script without an interpreter line is run by the shell that starts it, under the "
+                             "shell's name: killall does not find it");
+            }
         } else if (line.goesThroughEnv()) {
             findings.add(root.onHost(path), {}, "server-through-interpreter",
                          "env replaces itself by \"" + line.program().value_or("what follows it") +

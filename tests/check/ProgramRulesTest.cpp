@@ -297,6 +297,7 @@ TEST(ProgramRulesTest, WhatThisUserMayNotReadIsSaidToBeLeftOut) {
     image.write("/opt/interpreter", "#!/bin/sh\n", 0111);
     image.setMode(Program, 0111);
     image.setMode("/usr/sbin/Modbus_Server", 0111);
+    image.setMode("/usr/sbin/OPCUA_Server", 0);
     image.setMode("/lib/libc.so", 0);
     const auto checkAsAnyone = [&image] { return TextForAnyone([&image] { return FindingsText(image.check()); }); };
 
@@ -327,6 +328,7 @@ TEST(ProgramRulesTest, WhatThisUserMayNotReadIsSaidToBeLeftOut) {
         << interpreter;
     EXPECT_NE(closed.find("Modbus_loadservice:1:1: warning: not-looked-at"), std::string::npos) << closed;
     EXPECT_NE(closed.find("Modbus_Server:1:1: warning: not-looked-at"), std::string::npos);
+    EXPECT_NE(closed.find("OPCUA_Server:1:1: warning: not-looked-at"), std::string::npos);
     EXPECT_NE(closed.find("not-looked-at: /lib/libc.so cannot be read here"), std::string::npos);
     EXPECT_EQ(closed.find("interpreter-missing"), std::string::npos);
     EXPECT_NE(hidden.find("cannot be looked at here"), std::string::npos) << hidden;
@@ -382,12 +384,14 @@ TEST(ProgramRulesTest, OfSeveralFilesWithAServersNameThoseThatCanRunAreLookedAt)
     image.remove("/usr/Modbus_Server");
     image.remove("/etc/init.d/Modbus_Server");
     image.remove("/usr/share/doc/Modbus_Server");
+    image.write("/etc/Modbus_Server", ElfImage().bytes(), 0644);
     ExpectRule(image, "not-executable", "/etc/Modbus_Server");
     EXPECT_FALSE(HasRule(image.check(), "link-dangling"));
 
-    image.remove("/etc/Modbus_Server");
+    image.write("/etc/Modbus_Server", "data", 0644);
     ExpectRule(image, "link-dangling", "/Modbus_Server");
     image.remove("/Modbus_Server");
+    ASSERT_EQ(mkfifo(image.onHost("/Modbus_Server").c_str(), 0755), 0);
     image.link("/run/Modbus_Server", "/nowhere");
     ExpectRule(image, "server-missing", "Modbus_Server");
 }

@@ -417,8 +417,31 @@ const std::vector<RuleCase> Cases = {
      [](const Image& image) { image.write("/factory_setting/Modbus_2_loadservice", "#!/bin/sh\n"); }, "comes first"},
     {"server-missing", [](const Image& image) { image.remove(Server); },
      [](const Image& image) { image.rename(Server, "/mnt/Modbus_Server"); }},
+    // Settings that have the server's name are no server.
+    {"server-missing",
+     [](const Image& image) {
+         image.remove(Server);
+         image.write("/etc/default/Modbus_Server", "OPTS=-v\n", 0644);
+     },
+     [](const Image& image) {
+         image.remove(Server);
+         image.write("/etc/default/Modbus_Server", "#!/bin/sh\n", 0644);
+     },
+     "; /etc/default/Modbus_Server does not look like a program"},
+    {"server-missing",
+     [](const Image& image) {
+         image.remove(Server);
+         image.link("/etc/Modbus_Server", "/bin");
+     },
+     [](const Image& image) { image.setMode(Server, 0644); }, "; /etc/Modbus_Server does not"},
+    {"not-executable", [](const Image& image) { image.setMode(Server, 0644); },
+     [](const Image& image) { image.write(Server, "OPTS=-v\n", 0644); }},
     {"server-no-interpreter-line", [](const Image& image) { image.write(Server, "sleep 5\n"); },
      [](const Image& image) { image.write(Server, "#!/bin/sh\nsleep 5\n"); }},
+    {"server-no-interpreter-line", [](const Image& image) { image.write(Server, "sleep 5\n", 0744); },
+     [](const Image& image) { image.write(Server, "sleep 5\n", 0644); }},
+    {"server-no-interpreter-line", [](const Image& image) { image.write(Server, "#!\nsleep 5\n", 0744); },
+     [](const Image& image) { image.write(Server, "#!\nsleep 5\n", 0644); }},
     {"server-through-interpreter", [](const Image& image) { image.write(Server, "#!/usr/bin/env sh\n"); },
      [](const Image& image) { image.write(Server, "#!/bin/busybox sh\n"); }, "env"},
     {"start-through-interpreter",
