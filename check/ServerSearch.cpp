@@ -48,9 +48,13 @@ struct Candidates {
         if (itsLikelihood > likelihood) {
             likelihood = itsLikelihood;
             found.paths.clear();
+            found.isCut = false;
         }
-        if (itsLikelihood == likelihood && found.paths.size() < ServerSearch::MaxPaths) {
-            found.paths.push_back(path);
+        if (itsLikelihood == likelihood) {
+            found.isCut = found.paths.size() == ServerSearch::MaxPaths;
+            if (!found.isCut) {
+                found.paths.push_back(path);
+            }
         }
     }
 };

@@ -22,6 +22,7 @@ struct ServerSearch {
         /// In the order of the walk: the executable files; without one, ELF files and scripts that are not executable;
         /// without one, what may be anything, such as a link that leads nowhere.
         std::vector<std::string> paths;
+        bool isCut = false;    ///< there are more than `MaxPaths` of them
         std::string noProgram; ///< a file that does not look like a program, of settings perhaps; empty for none
     };
 

@@ -90,6 +90,11 @@ private:
             programs.check(path);
             checkFound(path);
         }
+        if (found.isCut) {
+            findings.add(report.path, server.place, "not-looked-at",
+                         "more than " + std::to_string(ServerSearch::MaxPaths) + " files are called \"" + server.name +
+                             "\", and only as many are looked at");
+        }
         if (!found.paths.empty()) {
             return;
         }
