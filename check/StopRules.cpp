@@ -44,9 +44,9 @@ public:
             const std::string name = ServiceCommand::serverName(step.prefix);
             const XmlPlace place = report.entry(step.order - 1).place;
             const auto first = byName.emplace(name, &step);
+            files[name].insert(step.file);
             if (first.second) {
                 servers.push_back({name, step.protocol, place, step.condition()});
-                files[name] = step.file;
             } else if (first.first->second->file != step.file && first.first->second->order != step.order) {
                 findings.add(report.path, place, "server-name-shared",
                              "protocol \"" + step.protocol + "\" is stopped by the name \"" + name +
@@ -80,7 +80,9 @@ public:
         ServerSearch search = FindServers(root, names, maxEntries);
         for (const Server& server : servers) {
             checkServer(server, search.found[server.name], search.leftOut);
-            checkStart(server);
+            for (const std::string& file : files[server.name]) {
+                checkStart(server, ServiceCommand::ServiceDir + file);
+            }
         }
     }
 
@@ -130,8 +132,7 @@ private:
         }
     }
 
-    void checkStart(const Server& server) {
-        const std::string path = ServiceCommand::ServiceDir + files[server.name];
+    void checkStart(const Server& server, const std::string& path) {
         std::string script;
         if (!root.read(path, MaxScript + 1, script) || IsElf(script)) {
             return;
@@ -153,7 +154,7 @@ private:
     ProgramRules& programs;
     FindingList& findings;
     std::vector<Server> servers;
-    std::map<std::string, std::string> files; ///< start program by server name
+    std::map<std::string, std::set<std::string>> files; ///< start programs by server name
 };
 
 } // namespace

@@ -55,6 +55,12 @@ void NameInGb2312(const Image& image, const std::string& declaration, const std:
     image.configure(ConfigurationText(TwoEntries + EntryText(name, "3", "false"), declaration));
 }
 
+void AddTwoForOneServer(const Image& image, const std::string& first, const std::string& second) {
+    image.write("/factory_setting/IEC_101_loadservice", first);
+    image.write("/factory_setting/IEC_104_loadservice", second);
+    AddEntry(image, EntryText("101", "3") + EntryText("104", "4"));
+}
+
 ElfImage ServerProgram() {
     ElfImage program;
     program.interpreter = "/lib64/ld-linux.so";
@@ -451,6 +457,19 @@ const std::vector<RuleCase> Cases = {
      }},
     {"start-through-interpreter", [](const Image& image) { image.write(Program, "sh /usr/sbin/Modbus_Server\n"); },
      [](const Image& image) { image.write(Program, "cp /usr/bin/node /usr/sbin/Modbus_Server # sh Modbus_Server\n"); }},
+    // Of several that start one server each is looked at, be it another protocol's or one that may come first.
+    {"start-through-interpreter",
+     [](const Image& image) { AddTwoForOneServer(image, "/usr/sbin/IEC_Server\n", "sh /usr/sbin/IEC_Server\n"); },
+     [](const Image& image) { AddTwoForOneServer(image, "/usr/sbin/IEC_Server\n", "/usr/sbin/IEC_Server\n"); }},
+    {"start-through-interpreter",
+     [](const Image& image) {
+         image.write(Program, "sh /usr/sbin/Modbus_Server\n");
+         image.write("/factory_setting/Modbus_2_loadservice", "/usr/sbin/Modbus_Server\n");
+     },
+     [](const Image& image) { image.write("/factory_setting/Modbus_2_loadservice", "/usr/sbin/Modbus_Server\n"); }},
+    {"start-through-interpreter",
+     [](const Image& image) { image.write("/factory_setting/Modbus_2_loadservice", "sh /usr/sbin/Modbus_Server\n"); },
+     [](const Image& image) { image.write("/factory_setting/2Modbus_loadservice", "sh /usr/sbin/Modbus_Server\n"); }},
     {"server-no-interpreter-line", [](const Image& image) { image.write(Server, "\xEF\xBB\xBF#!/bin/sh\n"); },
      [](const Image& image) { image.write(Server, ""); }},
     {"killall-missing",
