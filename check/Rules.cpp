@@ -203,10 +203,11 @@ constexpr Rule Table[] = {
      "path of its interpreter."},
     {"start-through-interpreter", Severity::Warning,
      "The start script seems to start its server as the argument of an interpreter (\"sh X_Server\", \"python3 "
-     "X_Server\", \". X_Server\"): the process has the interpreter's name then. Tried: neither killall finds it. Make "
-     "the server executable, begin it with the path of its interpreter, and start it by its own name. A guess from the "
-     "words of the script's commands, of its first 64 KiB: what is in variables, functions or here-documents is not "
-     "known, nor is every interpreter."},
+     "X_Server\", \". /usr/sbin/X_Server\"): the process has the interpreter's name then. Tried: neither killall finds "
+     "it. Make the server executable, begin it with the path of its interpreter, and start it by its own name. A guess "
+     "from the words of the script's commands, of its first 64 KiB: what is in variables, functions or here-documents "
+     "is not known, nor is every interpreter. Nothing is said of a script that starts the server by its own name as "
+     "well, nor where \".\" reads another file of that name, such as /etc/default/X_Server."},
     {"killall-missing", Severity::Error,
      "There is no killall in the image that can be executed. It comes with BusyBox or psmisc. The shell says \"not "
      "found\" when the launcher stops, and nothing is stopped."},

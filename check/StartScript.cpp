@@ -3,18 +3,20 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstdint>
 #include <cstring>
 #include <utility>
-#include <vector>
 
 namespace {
 
 using Command = std::vector<std::string>; // its words, without quotes and redirections
 
-// Programs that run a script, or a program, given as their argument; "." and "source" run it in the shell itself.
-constexpr std::array<const char*, 19> Interpreters = {
-    "sh",   "bash", "dash", "ash",   "zsh",  "ksh",         "mksh", "perl",   "lua",   "luajit",
-    "node", "php",  "ruby", "tclsh", "java", "micropython", ".",    "source", "python"};
+// Programs that run a script, or a program, given as their argument.
+constexpr std::array<const char*, 17> Interpreters = {"sh",   "bash",  "dash", "ash",         "zsh",   "ksh",
+                                                      "mksh", "perl",  "lua",  "luajit",      "node",  "php",
+                                                      "ruby", "tclsh", "java", "micropython", "python"};
+// Run it in the shell itself; mostly it has settings.
+constexpr std::array<const char*, 2> Readers = {".", "source"};
 constexpr const char* Python = "python";     // and a version
 constexpr const char* DynamicLinker = "ld-"; // and the rest of its name
 
@@ -121,14 +123,23 @@ bool IsSetting(const std::string& word) {
     return word.find('=') != std::string::npos || std::isdigit(static_cast<unsigned char>(word.front())) != 0;
 }
 
-bool RunsThroughInterpreter(const Command& command, const std::string& server) {
+enum class Start : uint8_t { None, ByName, ThroughInterpreter };
+
+Start StartOf(const Command& command, const std::string& server, const std::vector<std::string>& paths) {
     auto word = command.begin();
     const auto end = command.end();
     word = std::find_if(word, end, [](const std::string& each) {
         return !IsOneOf(Prefixes, FileName(each)) && !IsOption(each) && !IsSetting(each);
     });
-    if (word == end || !IsInterpreter(*word)) {
-        return false;
+    if (word == end) {
+        return Start::None;
+    }
+    if (FileName(*word) == server) {
+        return Start::ByName;
+    }
+    const bool isRead = IsOneOf(Readers, *word);
+    if (!isRead && !IsInterpreter(*word)) {
+        return Start::None;
     }
     // Options may stand between an interpreter and its script; behind -c is a command, not a script.
     for (++word; word != end && IsOption(*word) && *word != "-c"; ++word) {
@@ -136,13 +147,24 @@ bool RunsThroughInterpreter(const Command& command, const std::string& server) {
             ++word; // the option's name
         }
     }
-    return word != end && FileName(*word) == server;
+    if (word == end ||
+        (isRead ? std::find(paths.begin(), paths.end(), *word) == paths.end() : FileName(*word) != server)) {
+        return Start::None;
+    }
+    return Start::ThroughInterpreter;
 }
 
 } // namespace
 
-bool StartsThroughInterpreter(const std::string& script, const std::string& server) {
-    const std::vector<Command> commands = Splitter().split(script);
-    return std::any_of(commands.begin(), commands.end(),
-                       [&server](const Command& command) { return RunsThroughInterpreter(command, server); });
+bool StartsThroughInterpreter(const std::string& script, const std::string& server,
+                              const std::vector<std::string>& paths) {
+    bool isThroughInterpreter = false;
+    for (const Command& command : Splitter().split(script)) {
+        const Start start = StartOf(command, server, paths);
+        if (start == Start::ByName) {
+            return false;
+        }
+        isThroughInterpreter = isThroughInterpreter || start == Start::ThroughInterpreter;
+    }
+    return isThroughInterpreter;
 }

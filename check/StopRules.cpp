@@ -79,9 +79,10 @@ public:
         }
         ServerSearch search = FindServers(root, names, maxEntries);
         for (const Server& server : servers) {
-            checkServer(server, search.found[server.name], search.leftOut);
+            const ServerSearch::Found& found = search.found[server.name];
+            checkServer(server, found, search.leftOut);
             for (const std::string& file : files[server.name]) {
-                checkStart(server, ServiceCommand::ServiceDir + file);
+                checkStart(ServiceCommand::ServiceDir + file, server, found.paths);
             }
         }
     }
@@ -132,12 +133,12 @@ private:
         }
     }
 
-    void checkStart(const Server& server, const std::string& path) {
+    void checkStart(const std::string& path, const Server& server, const std::vector<std::string>& serverPaths) {
         std::string script;
         if (!root.read(path, MaxScript + 1, script) || IsElf(script)) {
             return;
         }
-        if (StartsThroughInterpreter(script.substr(0, MaxScript), server.name)) {
+        if (StartsThroughInterpreter(script.substr(0, MaxScript), server.name, serverPaths)) {
             findings.add(root.onHost(path), {}, "start-through-interpreter",
                          "it seems to start \"" + server.name +
                              "\" as the argument of an interpreter: the process bears the interpreter's name then, "

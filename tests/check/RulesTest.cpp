@@ -457,6 +457,14 @@ const std::vector<RuleCase> Cases = {
      }},
     {"start-through-interpreter", [](const Image& image) { image.write(Program, "sh /usr/sbin/Modbus_Server\n"); },
      [](const Image& image) { image.write(Program, "cp /usr/bin/node /usr/sbin/Modbus_Server # sh Modbus_Server\n"); }},
+    // Settings may have the server's name.
+    {"start-through-interpreter", [](const Image& image) { image.write(Program, ". /usr/sbin/Modbus_Server\n"); },
+     [](const Image& image) {
+         image.write("/etc/conf.d/Modbus_Server", "OPTS=-v\n", 0644);
+         image.write(Program, "#!/bin/sh\n. /etc/conf.d/Modbus_Server\nexec /usr/local/sbin/start-modbus\n");
+     }},
+    {"start-through-interpreter", [](const Image& image) { image.write(Program, "sh /usr/sbin/Modbus_Server\n"); },
+     [](const Image& image) { image.write(Program, "sh -n /usr/sbin/Modbus_Server && /usr/sbin/Modbus_Server &\n"); }},
     // Of several that start one server each is looked at, be it another protocol's or one that may come first.
     {"start-through-interpreter",
      [](const Image& image) { AddTwoForOneServer(image, "/usr/sbin/IEC_Server\n", "sh /usr/sbin/IEC_Server\n"); },

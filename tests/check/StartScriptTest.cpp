@@ -3,6 +3,15 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
+
+namespace {
+
+bool Starts(const std::string& script) {
+    return StartsThroughInterpreter(script, "A_Server", {"/usr/sbin/A_Server", "/opt/A_Server"});
+}
+
+} // namespace
 
 TEST(StartScriptTest, AnInterpreterBeforeAServerIsSeen) {
     for (const char* line : {"sh /usr/sbin/A_Server",
@@ -12,7 +21,8 @@ TEST(StartScriptTest, AnInterpreterBeforeAServerIsSeen) {
                              "\tperl \"/opt/A_Server\"",
                              "/lib/ld-linux.so.2 /usr/sbin/A_Server",
                              ". /opt/A_Server",
-                             "source A_Server",
+                             "source /usr/sbin/A_Server",
+                             "cd / && . /opt/A_Server",
                              "tclsh A_Server",
                              "java -jar A_Server",
                              "micropython A_Server",
@@ -34,8 +44,8 @@ TEST(StartScriptTest, AnInterpreterBeforeAServerIsSeen) {
                              "x=`sh A_Server`",
                              "while sh A_Server",
                              "sh\tA_Server\r"}) {
-        EXPECT_TRUE(StartsThroughInterpreter("#!/bin/sh\n" + std::string(line) + "\n", "A_Server")) << line;
-        EXPECT_TRUE(StartsThroughInterpreter(line, "A_Server")) << line;
+        EXPECT_TRUE(Starts("#!/bin/sh\n" + std::string(line) + "\n")) << line;
+        EXPECT_TRUE(Starts(line)) << line;
     }
 }
 
@@ -66,7 +76,15 @@ TEST(StartScriptTest, AServerThatIsStartedByItsNameOrOnlySpokenOfIsNot) {
                              "\\",
                              "a#b sh A_Server",
                              "exec -a sh",
+                             ". /etc/default/A_Server",
+                             "[ -r /etc/default/A_Server ] && . /etc/default/A_Server\n/opt/A_Server &",
+                             ". /etc/conf.d/A_Server\nexec /usr/sbin/A_Server",
+                             "source A_Server",
+                             ".",
+                             ". /opt/A_Server; A_Server &",
+                             "/opt/A_Server || sh /opt/A_Server",
+                             "sh -n /opt/A_Server && exec /opt/A_Server",
                              "sh -x"}) {
-        EXPECT_FALSE(StartsThroughInterpreter("#!/bin/sh\n" + std::string(line), "A_Server")) << line;
+        EXPECT_FALSE(Starts("#!/bin/sh\n" + std::string(line))) << line;
     }
 }
