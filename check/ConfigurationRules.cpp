@@ -23,6 +23,9 @@ namespace {
 using State = ConfigurationReport::State;
 
 constexpr std::array<const char*, 4> EntryAttributes = {NameAttribute, IdAttribute, TypeAttribute, EnableAttribute};
+constexpr std::array<const char*, 1> NodeAttributes = {KeyAttributeName};
+// In front of the names that XML keeps for itself, and of those that connect a file with its schema.
+constexpr std::array<const char*, 2> ForeignPrefixes = {"xml", "xsi:"};
 // What they have in front, and is left out at times.
 constexpr const char* CommonPrefix = "protocol";
 // A name further away than this from all that are known is another name, not a slip of the pen.
@@ -154,10 +157,14 @@ public:
     // The elements beneath the root, as far as the search for the section looks at them, and the sections behind it.
     void checkSections() const {
         if (report.state == State::NamelessRoot) {
-            explainMissingName(report.text.topLevel.front());
+            checkAttributes(report.text.topLevel.front(), NodeAttributes);
         }
         if (report.sectionParent == nullptr) {
             return;
+        }
+        checkAttributes(*report.sectionParent, NodeAttributes);
+        if (report.section != nullptr) {
+            checkAttributes(*report.section, NodeAttributes);
         }
         const std::vector<XmlPlacedElement>& children = report.sectionParent->children;
         const bool isEnded = report.state == State::SearchEnded;
@@ -210,9 +217,25 @@ private:
 
     void explainMissingName(const XmlPlacedElement& element) const {
         for (const XmlPlacedAttribute& attribute : element.attributes) {
-            if (!MeantBy(attribute.name, std::array<const char*, 1>{KeyAttributeName}).empty()) {
+            if (!MeantBy(attribute.name, NodeAttributes).empty()) {
                 add(attribute.place, "attribute-unknown",
                     "unknown attribute " + Quoted(attribute.name) + ": was \"name\" meant?");
+            }
+        }
+    }
+
+    template <class Names>
+    void checkAttributes(const XmlPlacedElement& element, const Names& known) const {
+        for (const XmlPlacedAttribute& attribute : element.attributes) {
+            const auto isIt = [&attribute](const char* name) { return attribute.name == name; };
+            const auto isInFront = [&attribute](const char* prefix) { return attribute.name.rfind(prefix, 0) == 0; };
+            if (std::none_of(known.begin(), known.end(), isIt) &&
+                std::none_of(ForeignPrefixes.begin(), ForeignPrefixes.end(), isInFront)) {
+                const std::string meant = MeantBy(attribute.name, known);
+                add(attribute.place, "attribute-unknown",
+                    "unknown attribute " + Quoted(attribute.name) +
+                        (meant.empty() || element.find(meant) != nullptr ? " is ignored"
+                                                                         : ": was " + Quoted(meant) + " meant?"));
             }
         }
     }
@@ -226,16 +249,7 @@ private:
                 return; // disabled, and nothing more about it helps
             }
         }
-        for (const XmlPlacedAttribute& attribute : entry.attributes) {
-            const auto isIt = [&attribute](const char* known) { return attribute.name == known; };
-            if (std::none_of(EntryAttributes.begin(), EntryAttributes.end(), isIt)) {
-                const std::string meant = MeantBy(attribute.name, EntryAttributes);
-                add(attribute.place, "attribute-unknown",
-                    "unknown attribute " + Quoted(attribute.name) +
-                        (meant.empty() || entry.find(meant) != nullptr ? " is ignored"
-                                                                       : ": was " + Quoted(meant) + " meant?"));
-            }
-        }
+        checkAttributes(entry, EntryAttributes);
         checkText(entry, NameAttribute, IsEnabled(entry) ? "name-empty" : nullptr, "name-duplicate", names);
         checkText(entry, IdAttribute, "id-empty", "id-duplicate", ids);
         checkType(entry);

@@ -59,9 +59,10 @@ constexpr Rule Table[] = {
      "After the first \"ConfigItem\" every element is taken as an entry, whatever its name. Its protocol is started "
      "when its ProtocolEnable is \"true\"; look for an element that belongs elsewhere."},
     {"attribute-unknown", Severity::Warning,
-     "An entry has the attributes ProtocolName, ProtocolId, ProtocolType and ProtocolEnable, the root element and a "
-     "section have \"name\", in exactly this letter case. Others are ignored, and what was meant by a misspelled one "
-     "is missing."},
+     "An entry has the attributes ProtocolName, ProtocolId, ProtocolType and ProtocolEnable, the root element and the "
+     "protocol section have \"name\", in exactly this letter case. Others are ignored, and what was meant by a "
+     "misspelled one is missing. Of a section without a name that ends the search, only what may have been meant for "
+     "\"name\" is reported. Names that begin with \"xml\" or \"xsi:\" are for other programs."},
     {"enable-value", Severity::Warning,
      "ProtocolEnable enables a protocol when it is \"true\", in any letter case. Everything else disables it: \"1\" "
      "and \"yes\" too. Write \"true\" or \"false\"."},

@@ -149,9 +149,29 @@ const std::vector<RuleCase> Cases = {
          image.configure(Replaced(ConfigurationText(TwoEntries), "name=\"Device", "Name=\"Device"));
      },
      [](const Image& image) {
-         image.configure(Replaced(ConfigurationText(TwoEntries), "name=\"Device", "Name=\"\" name=\"Device"));
+         image.configure(Replaced(ConfigurationText(TwoEntries), "name=\"Device", "xml:lang=\"en\" name=\"Device"));
      },
      "was \"name\" meant"},
+    // The root element, with what connects it with the schema, and the section.
+    {"attribute-unknown",
+     [](const Image& image) {
+         image.configure(Replaced(ConfigurationText(TwoEntries), "name=\"Device", "nmae=\"\" name=\"Device"));
+     },
+     [](const Image& image) {
+         image.configure(Replaced(ConfigurationText(TwoEntries), "name=\"Device\"",
+                                  "name=\"Device\" xmlns:xsi=\"http://www.w3.org/2001/XMLSchema-instance\" "
+                                  "xsi:noNamespaceSchemaLocation=\"protocolconfig.xsd\""));
+     },
+     "\"nmae\" is ignored"},
+    {"attribute-unknown",
+     [](const Image& image) {
+         image.configure(Replaced(ConfigurationText(TwoEntries), "name=\"P", "Version=\"2\" name=\"P"));
+     },
+     [](const Image& image) {
+         image.configure(Replaced(ConfigurationText(TwoEntries), "<Configure name=\"P",
+                                  "<Configure name=\"Other\" Version=\"2\"/>\n<Configure name=\"P"));
+     },
+     "\"Version\" is ignored"},
     {"attribute-unknown", [](const Image& image) { Rewrite(image, "ProtocolId", "Id"); },
      [](const Image& image) { AddEntry(image, "<x Id='3'/>"); }, "\"ProtocolId\" meant"},
     {"attribute-unknown", [](const Image& image) { Rewrite(image, "ProtocolEnable", "Enabled"); },
