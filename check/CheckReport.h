@@ -18,9 +18,9 @@ struct CheckReport {
     std::string planMode; ///< "start", "stop" or empty
     std::vector<PlanStep> plan;
 
-    /// What starts (or stops) differently after a fallback, when both copies are usable: the first plan is the working
-    /// copy's, the second the factory copy's.
-    bool hasFallback = false;
+    /// What starts (or stops) differently after a fallback: the first plan is the working copy's, the second the factory
+    /// copy's. Compared when both copies are usable and can be planned.
+    bool isFallbackCompared = false;
     std::vector<PlanDifference> startDifferences;
     std::vector<PlanDifference> stopDifferences;
 

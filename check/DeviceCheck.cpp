@@ -121,7 +121,7 @@ void CheckFallback(const std::vector<Plans>& plans, CheckReport& out) {
     if (plans.size() < 2) {
         return;
     }
-    out.hasFallback = true;
+    out.isFallbackCompared = true;
     out.startDifferences = ComparePlans(plans[0].start, plans[1].start, ServiceCommand::StartMode);
     out.stopDifferences = ComparePlans(plans[0].stop, plans[1].stop, ServiceCommand::StopMode);
 }

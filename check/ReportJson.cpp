@@ -71,6 +71,7 @@ std::string ReportAsJson(const CheckReport& report, const ReportStyle& style) {
             object["services"] = {{"path", report.services.path},
                                   {"state", StateName(report.services.state)},
                                   {"startPrograms", report.services.names.size()}};
+            object["fallbackCompared"] = report.isFallbackCompared;
         }
         object["fallback"] = Json::array();
         AddDifferences(report.startDifferences, "start", object["fallback"]);

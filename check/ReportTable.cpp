@@ -63,6 +63,7 @@ std::string ReportAsTable(const CheckReport& report, const ReportStyle& style) {
         if (!report.root.empty()) {
             text += Row({"services", report.services.path, StateName(report.services.state),
                          std::to_string(report.services.names.size())});
+            text += Row({"compared", YesOrNo(report.isFallbackCompared)});
         }
         text += DifferenceRows(report.startDifferences, "start");
         text += DifferenceRows(report.stopDifferences, "stop");

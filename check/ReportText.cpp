@@ -126,6 +126,9 @@ std::string ReportAsText(const CheckReport& report, const ReportStyle& style) {
         }
         text += DifferenceLines(report.startDifferences, "start");
         text += DifferenceLines(report.stopDifferences, "stop");
+        if (report.isFallbackCompared && report.startDifferences.empty() && report.stopDifferences.empty()) {
+            text += "after a fallback to the factory copy, start and stop run the same\n";
+        }
     }
     if (!report.planMode.empty()) {
         text += PlanLines(report);

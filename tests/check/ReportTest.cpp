@@ -130,6 +130,26 @@ TEST_F(ReportTest, TheTextTellsWhatAFallbackMayChangeAndAnotherOrder) {
     EXPECT_EQ(LinesWith(ReportAsTable(report, {}), "\torder\t"), "fallback\tstart\torder\tD\td\tno\n");
 }
 
+TEST_F(ReportTest, NoDifferenceAfterAFallbackIsToldFromNoComparison) {
+    const std::string same = "\nafter a fallback to the factory copy, start and stop run the same\n";
+    const CheckReport equal = DeviceImage().check();
+    image.write(DeviceImage::Factory, "");
+    const CheckReport alone = image.check();
+
+    EXPECT_NE(ReportAsText(equal, {}).find(same), std::string::npos);
+    EXPECT_EQ(LinesWith(ReportAsTable(equal, {}), "compared\t"), "compared\tyes\n");
+    EXPECT_EQ(nlohmann::json::parse(ReportAsJson(equal, {}))["fallbackCompared"], true);
+    EXPECT_EQ(ReportAsText(alone, {}).find("after a fallback"), std::string::npos);
+    EXPECT_EQ(LinesWith(ReportAsTable(alone, {}), "compared\t"), "compared\tno\n");
+    EXPECT_EQ(nlohmann::json::parse(ReportAsJson(alone, {}))["fallbackCompared"], false);
+    EXPECT_EQ(ReportAsText(report, {}).find(same), std::string::npos); // both differ
+
+    report.startDifferences.clear();
+    EXPECT_EQ(ReportAsText(report, {}).find(same), std::string::npos);
+    report.startDifferences.swap(report.stopDifferences);
+    EXPECT_EQ(ReportAsText(report, {}).find(same), std::string::npos);
+}
+
 TEST_F(ReportTest, TheTextIsColouredBySeverityWhereThatIsAskedFor) {
     image.remove("/bin");
     image.remove("/usr/bin");
@@ -222,5 +242,6 @@ TEST_F(ReportTest, AConfigurationAloneHasNoStartPrograms) {
 
     EXPECT_EQ(ReportAsText(alone, {}).find("start programs"), std::string::npos);
     EXPECT_EQ(ReportAsTable(alone, {}).find("services"), std::string::npos);
+    EXPECT_EQ(ReportAsTable(alone, {}).find("compared"), std::string::npos);
     EXPECT_FALSE(nlohmann::json::parse(ReportAsJson(alone, {})).contains("services"));
 }

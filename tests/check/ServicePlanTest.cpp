@@ -231,7 +231,7 @@ TEST(ServicePlanTest, EntriesAndStartProgramsThatAreTooManyForEachOtherAreNotPla
 
     EXPECT_NE(report.inForce(), nullptr);
     EXPECT_TRUE(report.plan.empty());
-    EXPECT_FALSE(report.hasFallback);
+    EXPECT_FALSE(report.isFallbackCompared);
     EXPECT_NE(FindingsText(report).find("not-looked-at: its "), std::string::npos);
     EXPECT_FALSE(HasRule(report, "program-missing"));
     EXPECT_FALSE(HasRule(report, "program-untaken"));
@@ -293,7 +293,7 @@ TEST(ServicePlanTest, AFallbackThatChangesWhatRunsIsReported) {
 
     const CheckReport report = image.check("stop");
 
-    EXPECT_TRUE(report.hasFallback);
+    EXPECT_TRUE(report.isFallbackCompared);
     ASSERT_EQ(report.startDifferences.size(), 1U);
     EXPECT_EQ(report.startDifferences[0].command, "/factory_setting/Modbus_loadservice");
     ASSERT_EQ(report.stopDifferences.size(), 1U);

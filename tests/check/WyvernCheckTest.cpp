@@ -62,8 +62,10 @@ TEST(WyvernCheckTest, ACleanImageEndsWith0AndPrintsWhatItLookedAt) {
     EXPECT_TRUE(result.exitedWith(0));
     EXPECT_EQ(result.output, "working copy: " + image.onHost(DeviceImage::Working) + ": in force, 2 entries\n" +
                                  "factory copy: " + image.onHost(DeviceImage::Factory) +
-                                 ": not in force, the other copy is; 2 entries\n" + "start programs: " +
-                                 image.onHost("/factory_setting/") + ": 2\n" + "0 errors, 0 warnings, 0 notes\n");
+                                 ": not in force, the other copy is; 2 entries\n" +
+                                 "start programs: " + image.onHost("/factory_setting/") + ": 2\n" +
+                                 "after a fallback to the factory copy, start and stop run the same\n" +
+                                 "0 errors, 0 warnings, 0 notes\n");
 }
 
 TEST(WyvernCheckTest, TheFormatIsTheOneThatWasAskedFor) {
