@@ -3,6 +3,7 @@
 #include "check/LetterCase.h"
 #include "launcher/ServiceCommand.h"
 #include "protocol/ProtocolTypeInfo.h"
+#include "protocol/ProtocolVocabulary.h"
 #include "xmlconfig/XmlPlaces.h"
 
 #include <algorithm>
@@ -53,7 +54,7 @@ std::string Listed(const PlanStep& step) {
 
 XmlPlace NamePlace(const ConfigurationReport& report, size_t record) {
     const XmlPlacedElement& entry = report.entry(record);
-    const XmlPlacedAttribute* name = entry.find(NameAttribute);
+    const XmlPlacedAttribute* name = entry.find(ProtocolNameAttribute);
     return name == nullptr ? entry.place : name->place;
 }
 

@@ -1,6 +1,7 @@
 #include "check/ConfigurationReport.h"
 
 #include "protocol/ProtocolConfig.h"
+#include "protocol/ProtocolVocabulary.h"
 #include "xmlconfig/XmlNestingLimit.h"
 #include "xmlconfig/XmlVocabulary.h"
 
@@ -128,12 +129,12 @@ void FindSection(ConfigurationReport& report) {
     const auto isNode = [](const XmlPlacedElement& element) { return element.name == NodeElementName; };
     const auto isDecisive = [](const XmlPlacedElement& element) {
         const XmlPlacedAttribute* name = element.find(KeyAttributeName);
-        return name == nullptr || name->value == SectionName;
+        return name == nullptr || name->value == ProtocolSectionName;
     };
     const auto last = root.children.end();
     const auto found = std::find_if(std::find_if(root.children.begin(), last, isNode), last, isDecisive);
     if (found == last) {
-        Refuse(report, State::NoSection, std::string("it has no section \"") + SectionName + "\"", root.place);
+        Refuse(report, State::NoSection, std::string("it has no section \"") + ProtocolSectionName + "\"", root.place);
     } else if (found->find(KeyAttributeName) == nullptr) {
         Refuse(report, State::SearchEnded,
                "the element \"" + found->name + "\" has no attribute \"" + KeyAttributeName +

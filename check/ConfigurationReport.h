@@ -12,13 +12,6 @@
 /// U+FEFF in UTF-8, which some editors put in front of a text.
 inline constexpr char ByteOrderMark[] = "\xEF\xBB\xBF";
 
-/// The words of the protocol section, which protocol/ has inside its own reading.
-inline constexpr char SectionName[] = "ProtocolConfig";
-inline constexpr char NameAttribute[] = "ProtocolName";
-inline constexpr char IdAttribute[] = "ProtocolId";
-inline constexpr char TypeAttribute[] = "ProtocolType";
-inline constexpr char EnableAttribute[] = "ProtocolEnable";
-
 /// One configuration file: what the launcher would read from it, or why it would not.
 struct ConfigurationReport {
     enum class State : uint8_t {

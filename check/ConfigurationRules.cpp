@@ -2,6 +2,7 @@
 
 #include "check/LetterCase.h"
 #include "check/Utf8.h"
+#include "protocol/ProtocolVocabulary.h"
 #include "xmlconfig/XmlAttributeReader.h"
 #include "xmlconfig/XmlPlaces.h"
 #include "xmlconfig/XmlVocabulary.h"
@@ -22,7 +23,8 @@ namespace {
 
 using State = ConfigurationReport::State;
 
-constexpr std::array<const char*, 4> EntryAttributes = {NameAttribute, IdAttribute, TypeAttribute, EnableAttribute};
+constexpr std::array<const char*, 4> EntryAttributes = {ProtocolNameAttribute, ProtocolIdAttribute,
+                                                        ProtocolTypeAttribute, ProtocolEnableAttribute};
 constexpr std::array<const char*, 1> NodeAttributes = {KeyAttributeName};
 // In front of the names that XML keeps for itself, and of those that connect a file with its schema.
 constexpr std::array<const char*, 2> ForeignPrefixes = {"xml", "xsi:"};
@@ -173,9 +175,9 @@ public:
             const XmlPlacedAttribute* name = child.find(KeyAttributeName);
             if (isEnded && name == nullptr) {
                 explainMissingName(child);
-            } else if (isSectionSeen && name != nullptr && name->value == SectionName) {
+            } else if (isSectionSeen && name != nullptr && name->value == ProtocolSectionName) {
                 add(child.place, "section-duplicate",
-                    "a second section " + Quoted(SectionName) + ": only the first one is read");
+                    "a second section " + Quoted(ProtocolSectionName) + ": only the first one is read");
             }
             isSectionSeen = isSectionSeen || &child == report.section;
         }
@@ -250,14 +252,14 @@ private:
             }
         }
         checkAttributes(entry, EntryAttributes);
-        checkText(entry, NameAttribute, IsEnabled(entry) ? "name-empty" : nullptr, "name-duplicate", names);
-        checkText(entry, IdAttribute, "id-empty", "id-duplicate", ids);
+        checkText(entry, ProtocolNameAttribute, IsEnabled(entry) ? "name-empty" : nullptr, "name-duplicate", names);
+        checkText(entry, ProtocolIdAttribute, "id-empty", "id-duplicate", ids);
         checkType(entry);
         checkEnable(entry);
     }
 
     static bool IsEnabled(const XmlPlacedElement& entry) {
-        const XmlPlacedAttribute* attribute = entry.find(EnableAttribute);
+        const XmlPlacedAttribute* attribute = entry.find(ProtocolEnableAttribute);
         bool isEnabled = false;
         return attribute != nullptr && ParseBool(attribute->value, isEnabled) && isEnabled;
     }
@@ -283,7 +285,7 @@ private:
 
     // The launcher's atoi takes leading blanks, a sign and digits, and ignores what follows.
     void checkType(const XmlPlacedElement& entry) const {
-        const XmlPlacedAttribute* attribute = entry.find(TypeAttribute);
+        const XmlPlacedAttribute* attribute = entry.find(ProtocolTypeAttribute);
         if (attribute == nullptr) {
             add(entry.place, "type-value", "ProtocolType is missing and counts as 0");
             return;
@@ -302,7 +304,7 @@ private:
     }
 
     void checkEnable(const XmlPlacedElement& entry) const {
-        const XmlPlacedAttribute* attribute = entry.find(EnableAttribute);
+        const XmlPlacedAttribute* attribute = entry.find(ProtocolEnableAttribute);
         bool ignored = false;
         if (attribute == nullptr) {
             add(entry.place, "enable-value", "ProtocolEnable is missing: the protocol is disabled");

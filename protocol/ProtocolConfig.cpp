@@ -1,6 +1,7 @@
 #include "protocol/ProtocolConfig.h"
 
 #include "charset/CharSetConverter.h"
+#include "protocol/ProtocolVocabulary.h"
 #include "runtime/ConsoleLog.h"
 #include "runtime/SafePointer.h"
 #include "xmlconfig/XmlConfigureDocument.h"
@@ -36,21 +37,21 @@ ProtocolTypeInfo ReadEntry(const SafePointer<XmlConfigureItem>& item) {
     ProtocolTypeInfo entry;
 
     std::string name;
-    static_cast<void>(item->GetString("ProtocolName", name));
+    static_cast<void>(item->GetString(ProtocolNameAttribute, name));
     entry.setProtocolName(name);
     Trace(NameRead);
 
     std::string id;
-    static_cast<void>(item->GetString("ProtocolId", id));
+    static_cast<void>(item->GetString(ProtocolIdAttribute, id));
     entry.setProtocolId(id);
     Trace(IdRead);
 
     int32_t type = 1; // never survives: the read writes 0 when the attribute is missing
-    static_cast<void>(item->GetInt("ProtocolType", type));
+    static_cast<void>(item->GetInt(ProtocolTypeAttribute, type));
     entry.setProtocolType(type);
 
     bool enable = false;
-    static_cast<void>(item->GetBool("ProtocolEnable", enable));
+    static_cast<void>(item->GetBool(ProtocolEnableAttribute, enable));
     entry.setProtocolEnable(enable);
     return entry;
 }
@@ -69,7 +70,7 @@ bool ProtocolConfig::parse(const std::string& path) {
     Trace(Loaded);
 
     SafePointer<XmlConfigureNode> section;
-    if (!document.GetNode("ProtocolConfig", section)) {
+    if (!document.GetNode(ProtocolSectionName, section)) {
         static_cast<void>(
             ConsoleLog().print(LogError, SourceName, "parse(%s),not find Node(RecordDir)\n", path.c_str()));
         return false;
