@@ -39,7 +39,7 @@ struct XmlPlacedText {
     };
 
     /// Stands for "nowhere" among the offsets.
-    static constexpr size_t None = static_cast<size_t>(-1);
+    static constexpr size_t None = std::string::npos;
 
     State state = State::NotWellFormed;
     std::string reason;           ///< TinyXML's own words

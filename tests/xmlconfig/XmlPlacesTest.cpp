@@ -161,6 +161,7 @@ TEST(XmlPlacesTest, AColumnOfGb2312CountsTwoBytesOutsideAsciiAsACharacter) {
     EXPECT_EQ(At(PlaceOfOffset(text, 4, false)), "1:3");
     EXPECT_EQ(At(PlaceOfOffset(text, 5, false)), "1:4");
     EXPECT_EQ(At(PlaceOfOffset(text, 7, false)), "2:1");
+    EXPECT_EQ(At(PlaceOfOffset("\xB0\xA1x", 2, false)), "1:2"); // the second byte continues a character in UTF-8
     EXPECT_EQ(At(PlaceOfOffset("\x80x", 1, false)), "1:1");
     EXPECT_EQ(At(PlaceOfOffset("\x7Fx", 1, false)), "1:2");
 
