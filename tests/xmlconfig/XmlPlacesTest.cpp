@@ -248,8 +248,10 @@ TEST(XmlPlacesTest, AnOffsetsPlaceCountsLineEndsOnceAndCharactersAsOne) {
     const std::string text = "a\r\nb\rc\n\xE7\xBD\x91z";
 
     EXPECT_EQ(At(PlaceOfOffset(text, 0, true)), "1:1");
+    EXPECT_EQ(At(PlaceOfOffset(text, 2, true)), "1:2");
     EXPECT_EQ(At(PlaceOfOffset(text, 3, true)), "2:1");
     EXPECT_EQ(At(PlaceOfOffset(text, 5, true)), "3:1");
     EXPECT_EQ(At(PlaceOfOffset(text, 10, true)), "4:2");
     EXPECT_EQ(At(PlaceOfOffset(text, 1000, true)), "4:3");
+    EXPECT_EQ(At(PlaceOfOffset("\r\tx", 2, true)), "2:2");
 }
