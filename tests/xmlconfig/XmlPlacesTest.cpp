@@ -196,6 +196,18 @@ TEST(XmlPlacesTest, AByteOrderMarkIsNoColumnAndMakesTheRestUtf8) {
     EXPECT_EQ(At(ParseWithPlaces("\xFF\xFF\xFF\xFF\xFF\xFF\xFF").place), "1:4");
 }
 
+TEST(XmlPlacesTest, WhatWasNotParsedIsNotWellFormedAndEndsNowhere) {
+    const XmlPlacedText text;
+
+    EXPECT_EQ(text.state, State::NotWellFormed);
+    EXPECT_FALSE(text.endsEarly);
+    EXPECT_FALSE(text.isUtf8);
+    EXPECT_FALSE(text.hasDeclaration);
+    EXPECT_EQ(text.cutAt, XmlPlacedText::None);
+    EXPECT_EQ(At(text.place), "1:1");
+    EXPECT_EQ(At(text.declarationPlace), "1:1");
+}
+
 TEST(XmlPlacesTest, ATextThatNestsTooDeepOrTakesTooManyStepsIsNotParsed) {
     EXPECT_EQ(ParseWithPlaces(Repeated("<a>", 5001)).state, State::TooDeep);
 
