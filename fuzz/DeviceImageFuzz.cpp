@@ -56,7 +56,7 @@ void CheckLine(const std::string& content) {
     Expect(line.interpreter.size() + line.argument.size() <= InterpreterLine::KernelBuffer,
            "more than the kernel reads");
     static_cast<void>(line.program());
-    static_cast<void>(StartsThroughInterpreter(content, "A"));
+    static_cast<void>(StartsThroughInterpreter(content, "A", {"/A"}));
     const std::string printable = EscapedText(content);
     Expect(FirstInvalidUtf8(printable) == std::string::npos, "an escaped text is UTF-8");
     Expect(printable.find_first_of("\t\n\x1B") == std::string::npos, "an escaped text moves a cursor");
